@@ -1,0 +1,39 @@
+#include "common/windowchrome.h"
+
+#include <QFile>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QWidget>
+
+namespace windowchrome {
+
+QString styleSheetFromBytes(const QByteArray &bytes)
+{
+    const int nul = bytes.indexOf('\0');
+    return QString::fromLatin1(nul < 0 ? bytes : bytes.left(nul));
+}
+
+QString loadStyleSheet()
+{
+    QFile file(styleSheetPath());
+    file.open(QIODevice::ReadOnly); // a missing file simply reads as empty
+    return styleSheetFromBytes(file.readAll());
+}
+
+QPoint centredTopLeft(const QRect &available, const QSize &size)
+{
+    return available.center() - QRect(QPoint(0, 0), size).center();
+}
+
+QRect availableGeometryOfScreen0()
+{
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    return screens.isEmpty() ? QRect() : screens.first()->availableGeometry();
+}
+
+void centreOnScreen0(QWidget *window)
+{
+    window->move(centredTopLeft(availableGeometryOfScreen0(), window->size()));
+}
+
+} // namespace windowchrome

@@ -1,0 +1,38 @@
+#include "printer/printer.h"
+
+#include "printer/paths.h"
+
+#include <zeq/system.h>
+
+#include <unistd.h>
+
+void Printer::Install()
+{
+    // The command is built piece by piece; the two spaces after "lpadmin" and the
+    // unquoted queue name are how the device has always issued it, and are kept.
+    QString command = QStringLiteral("lpadmin ");
+    command += QStringLiteral(" -p %1").arg(name);
+    command += QStringLiteral(" -D '%1'").arg(name);
+    command += QStringLiteral(" -v '%1'").arg(device_uri);
+    command += QStringLiteral(" -P '%1'").arg(ppd);
+    command += QStringLiteral(" -E");
+    zeq::System::ExecShell(command);
+
+    usleep(500000); // give the scheduler time to settle before it is asked to accept jobs
+
+    zeq::System::ExecShell(QStringLiteral("cupsaccept ") + name);
+    SetCupsDefault();
+}
+
+void Printer::Uninstall()
+{
+    zeq::System::ExecShell(QStringLiteral("lpadmin -x %1").arg(name));
+    zeq::System::ExecShell(QStringLiteral("rm ") + paths::stagingFolder() + QLatin1Char('/') + name
+                           + QLatin1String(".ppd"));
+}
+
+void Printer::SetCupsDefault()
+{
+    if (IsDefault())
+        zeq::System::ExecShell(QStringLiteral("lpadmin -d %1").arg(name));
+}
