@@ -1,0 +1,17 @@
+#include "drivers/loaderdlg.h"
+
+#include "common/windowchrome.h"
+
+#include <QIcon>
+
+LoaderDlg::LoaderDlg()
+    : QDialog(nullptr)
+{
+    setupUi(this);
+    setWindowFlags(Qt::Dialog);
+    setFixedSize(size());
+    windowchrome::centreOnScreen0(this);
+    setWindowTitle(QStringLiteral("Printer Configuration"));
+    setWindowIcon(QIcon(windowchrome::windowIconPath()));
+    setStyleSheet(windowchrome::loadStyleSheet());
+}

@@ -1,0 +1,187 @@
+#include "drivers/ppdset.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QSet>
+#include <QTextStream>
+
+namespace {
+
+QString orUnknown(const QString &value)
+{
+    return value.isEmpty() ? QStringLiteral("Unknown") : value;
+}
+
+} // namespace
+
+const QStringList builtinDrivers = {
+    QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_5e_Printer-ljet4d.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/HP/HP-OfficeJet_Pro_1175C-pcl3.ppd"),
+    QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd"),
+    QStringLiteral("/usr/share/ppd/cups-included/textonly.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Epson/tm-ba-thermal-rastertotmt.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Star/tsp113gt.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Star/tsp113.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Star/tsp143gt.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Star/tsp143.ppd"),
+    QStringLiteral("/usr/share/ppd/std1/Zebra/zebra.ppd"),
+    // No combo item points here; the entry has always been part of the table.
+    QString(),
+};
+
+PPD::PPD(const QString &path)
+{
+    setPath(path);
+}
+
+void PPD::setPath(const QString &newPath)
+{
+    path = newPath;
+    pathHash = qHash(path, 0);
+}
+
+void PPD::setManufacturer(const QString &newManufacturer)
+{
+    manufacturer = orUnknown(newManufacturer);
+    manufacturerHash = qHash(manufacturer, 0);
+}
+
+void PPD::setModel(const QString &newModel)
+{
+    model = orUnknown(newModel);
+    modelHash = qHash(model, 0);
+}
+
+void PPD::print() const
+{
+    qDebug() << "PPD::print : " << path;
+    qDebug() << "Manufacturer : " << manufacturer;
+    qDebug() << "Model : " << model;
+    qDebug() << "Driver : " << driver;
+}
+
+bool parseDriverLine(const QString &line, DriverLine *fields)
+{
+    const QChar separator(QLatin1Char(';'));
+    const int first = line.indexOf(separator);
+    if (first < 0)
+        return false;
+    const int second = line.indexOf(separator, first + 1);
+    if (second < 0)
+        return false;
+    const int third = line.indexOf(separator, second + 1);
+    if (third < 0 || line.indexOf(separator, third + 1) >= 0)
+        return false;
+
+    fields->relativePath = line.midRef(0, first);
+    fields->manufacturer = line.midRef(first + 1, second - first - 1);
+    fields->model = line.midRef(second + 1, third - second - 1);
+    fields->driver = line.midRef(third + 1);
+    return true;
+}
+
+QString driverPath(const QString &baseFolder, const QStringRef &relativePath)
+{
+    // Plain concatenation: neither part is ever scanned for place markers.
+    QString path;
+    path.reserve(baseFolder.size() + 1 + relativePath.size());
+    path.append(baseFolder).append(QLatin1Char('/')).append(relativePath);
+    return path;
+}
+
+PPDSet::PPDSet()
+{
+    clear();
+}
+
+void PPDSet::clear()
+{
+    databases.clear();
+    // The records themselves stay alive; other parts may still hold their pointers.
+    ppds.clear();
+    manufacturerList.clear();
+    loaded = false;
+}
+
+void PPDSet::addDatabase(const QString &path)
+{
+    databases.append(path);
+}
+
+void PPDSet::readDatabases()
+{
+    QSet<QString> manufacturerSet;
+    QString baseFolder;
+    QString line;
+    DriverLine fields;
+
+    for (const QString &database : qAsConst(databases)) {
+        QFile file(database);
+        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+            continue;
+
+        QTextStream stream(&file);
+        baseFolder = stream.readLine();
+        while (!stream.atEnd()) {
+            stream.readLineInto(&line);
+            if (!parseDriverLine(line, &fields))
+                continue;
+            const QString path = driverPath(baseFolder, fields.relativePath);
+            if (!QFileInfo::exists(path))
+                continue;
+
+            PPD *ppd = new PPD(path);
+            ppd->setManufacturer(fields.manufacturer.toString());
+            ppd->setModel(fields.model.toString());
+            ppd->driver = fields.driver.toString();
+            ppds.append(ppd);
+            manufacturerSet.insert(ppd->manufacturer);
+        }
+        file.close();
+    }
+
+    manufacturerList = manufacturerSet.values();
+    loaded = true;
+}
+
+QStringList PPDSet::manufacturers() const
+{
+    return manufacturerList;
+}
+
+QStringList PPDSet::models(const QString &manufacturer) const
+{
+    const uint hash = qHash(manufacturer, 0);
+    QStringList result;
+    for (const PPD *ppd : ppds) {
+        if (ppd->manufacturerHash == hash && ppd->manufacturer == manufacturer)
+            result.append(ppd->model);
+    }
+    return result;
+}
+
+QList<PPD *> PPDSet::drivers(const QString &manufacturer, const QString &model) const
+{
+    const uint manufacturerHash = qHash(manufacturer, 0);
+    const uint modelHash = qHash(model, 0);
+    QList<PPD *> result;
+    for (PPD *ppd : ppds) {
+        if (ppd->manufacturerHash == manufacturerHash && ppd->modelHash == modelHash
+            && ppd->manufacturer == manufacturer && ppd->model == model)
+            result.append(ppd);
+    }
+    return result;
+}
+
+PPD *PPDSet::findByPath(const QString &path) const
+{
+    const uint hash = qHash(path, 0);
+    for (PPD *ppd : ppds) {
+        if (ppd->pathHash == hash && ppd->path == path)
+            return ppd;
+    }
+    return nullptr;
+}
