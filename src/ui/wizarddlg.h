@@ -1,0 +1,85 @@
+#pragma once
+
+// The form class is a private base of the dialog, so its declaration is needed here.
+#include "ui_wizarddialog.h"
+
+#include "drivers/ppdsetloader.h"
+
+#include <QDialog>
+#include <QString>
+#include <QStringList>
+
+class PPDSet;
+class Printer;
+class QCloseEvent;
+class QListWidget;
+class QTextStream;
+
+// The paper size named by one "*PageSize" line of a PPD file: the text after the first
+// space, as long as the index of the first "/" minus ten. For the usual
+// "*PageSize A4/A4: ..." that is exactly the option keyword; a line without "/" gives
+// everything after the first space.
+QString paperSizeFromPageSizeLine(const QString &line);
+// The paper sizes of every line starting with "*PageSize", in file order, duplicates kept.
+QStringList paperSizesFromPpd(QTextStream &in);
+
+// The dialog that creates or edits one printer record in place. The user works on the
+// preferences page and the summary page; the catalogue pages before them are complete
+// but only reachable through their own transitions.
+class WizardDlg : public QDialog, private Ui::WizardDialog
+{
+    Q_OBJECT
+public:
+    WizardDlg(PPDSet *catalogue, Printer *printer, bool edit);
+    ~WizardDlg() override;
+
+    // Shows Next, OK and Back according to the current page.
+    void updateButtons();
+    // Refills the paper size box from the record's PPD file.
+    void loadPaperSizes();
+    void centerOnScreen();
+
+public slots:
+    void next();
+    void back();
+    void submit();
+    void cancel();
+    void radioButtonUSB();
+    void radioButtonLPD();
+    void radioButtonRAW();
+    void driverChanged(int newdriver);
+    void discovered();
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+
+private:
+    void advance();
+    void setupConnection();
+    void restoreConnection();
+    void storeConnection();
+    void setupSummary();
+    void fillSummary();
+    void fillManufacturers();
+    void fillModels();
+    void fillDrivers();
+    static void preselect(QListWidget *list, const QString &wanted);
+
+    bool editMode = false;
+    bool mayClose = false;
+
+public:
+    // Set only by OK; the main window stores and installs the record only then.
+    bool submitted = false;
+
+private:
+    PPDSet *catalogue = nullptr;
+    PPDSetLoader loader;
+    QString selManufacturer;
+    QString selModel;
+    QString selDriver;
+    Printer *printer = nullptr;
+    QString deviceUri;
+    QString connectionType;
+    QString printerModel;
+};
