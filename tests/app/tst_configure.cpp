@@ -1,0 +1,268 @@
+#include "app/configure.h"
+#include "printer/printer.h"
+#include "support/sandbox.h"
+#include "support/shellrecorder.h"
+
+#include <QtTest>
+
+namespace {
+
+const QString staging = QStringLiteral("/tmp/config/files/cups");
+const QString conf = QStringLiteral("/etc/cups/printers.conf");
+
+void addPrinter(const QString &name, const QString &uri)
+{
+    Printer p;
+    p.name = name;
+    p.device_uri = uri;
+    p.printer_class = uri.startsWith(QLatin1String("usb")) ? QStringLiteral("direct")
+                                                           : QStringLiteral("network");
+    p.UpdatePath();
+    QVERIFY(p.Commit());
+}
+
+// The URI of the record the configure run processes last: it walks the printer map
+// in its own iteration order, which a second read in this process reproduces.
+QString lastProcessedUri()
+{
+    QHash<QString, Printer *> map = Printer::GetPrinters();
+    QString uri;
+    for (Printer *p : qAsConst(map))
+        uri = p->GetPrinterDevice();
+    qDeleteAll(map);
+    return uri;
+}
+
+QStringList perPassCommands()
+{
+    return {QStringLiteral("cp /tmp/config/files/cups/* /etc/cups"),
+            QStringLiteral("cp /tmp/config/files/cups/*.ppd /etc/cups/ppd"),
+            QStringLiteral("mv /tmp/printers.conf /etc/cups/")};
+}
+
+QStringList repeated(const QStringList &commands, int times)
+{
+    QStringList all;
+    for (int i = 0; i < times; ++i)
+        all += commands;
+    return all;
+}
+
+} // namespace
+
+class TestConfigure : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { REQUIRE_SANDBOX(); }
+    void init()
+    {
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        sandbox::removePath(QStringLiteral("/tmp/printers.conf"));
+        sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
+        for (const QString &entry : QDir(QStringLiteral("/etc/cups")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
+            sandbox::removePath(QStringLiteral("/etc/cups/") + entry);
+        QVERIFY(QDir().mkpath(QStringLiteral("/etc/cups/ppd")));
+        QVERIFY(QDir().mkpath(staging));
+        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                                   "network socket\ndirect usb://EPSON/TM-T88V?serial=1\n"));
+    }
+
+    void noStoredPrintersRunsNothingAndLeavesEtcCupsAlone()
+    {
+        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/Office.ppd"), "*PPD\n"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb://x\n"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QVERIFY(shell.commands().isEmpty());
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://x\n"));
+        QVERIFY(!QFileInfo::exists(QStringLiteral("/etc/cups/ppd/Office.ppd")));
+        QVERIFY(!QFileInfo::exists(QStringLiteral("/etc/cups/Office.ppd")));
+    }
+
+    void missingRegistryFolderRunsNothing()
+    {
+        sandbox::removePath(QStringLiteral("/tmp/config/registry"));
+        ShellRecorder shell;
+        QCOMPARE(runConfigure(), 0);
+        QVERIFY(shell.commands().isEmpty());
+    }
+
+    void copiesStagedFilesAndRewritesUsbDeviceLines()
+    {
+        addPrinter(QStringLiteral("Office"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/Office.ppd"), "*PPD-Adobe\n"));
+        QVERIFY(sandbox::writeFile(conf, "# Printer configuration\n"
+                                         "<DefaultPrinter Office>\n"
+                                         "Info Office\n"
+                                         "DeviceURI usb:/dev/usb/lp0\n"
+                                         "State Idle\n"
+                                         "</DefaultPrinter>\n"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), perPassCommands());
+        QCOMPARE(sandbox::readFile(conf), QByteArray("# Printer configuration\n"
+                                                     "<DefaultPrinter Office>\n"
+                                                     "Info Office\n"
+                                                     "DeviceURI usb://EPSON/TM-T88V?serial=1\n"
+                                                     "State Idle\n"
+                                                     "</DefaultPrinter>\n"));
+        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")), QByteArray("*PPD-Adobe\n"));
+        // "cp .../* /etc/cups" copies every staged file into /etc/cups itself as well.
+        QVERIFY(QFileInfo::exists(QStringLiteral("/etc/cups/Office.ppd")));
+        QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/printers.conf")));
+    }
+
+    void networkDeviceLinesAreKept()
+    {
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        const QByteArray original = "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n";
+        QVERIFY(sandbox::writeFile(conf, original));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(conf), original);
+    }
+
+    void everyUsbLineGetsTheUriOfTheRecordProcessedLast()
+    {
+        // Two USB printers and a network one: whichever record the run handles last
+        // decides the URI of every USB device line, whichever section it stands in.
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Back"), QStringLiteral("usb://Old/Model"));
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        // The device stages printers.conf, so every pass starts again from that copy.
+        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
+                                   "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"
+                                   "<Printer Back>\nDeviceURI usb://Old/Model\n</Printer>\n"
+                                   "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"));
+        const QString last = lastProcessedUri();
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), repeated(perPassCommands(), 3));
+        const QByteArray expected = "<Printer Front>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n"
+                                    "<Printer Back>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n"
+                                    "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n";
+        QCOMPARE(sandbox::readFile(conf), expected);
+    }
+
+    void withoutAStagedCopyAnEarlierNetworkPassTakesUsbLinesOutOfLaterPasses()
+    {
+        // Each pass rewrites the file the previous pass left behind. Once a network
+        // record's URI stands in a device line, the line no longer mentions usb and later
+        // passes leave it alone.
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        QHash<QString, Printer *> map = Printer::GetPrinters();
+        QString expected = QStringLiteral("usb:/dev/usb/lp0");
+        for (Printer *p : qAsConst(map)) {
+            if (expected.contains(QLatin1String("usb")))
+                expected = p->GetPrinterDevice();
+        }
+        qDeleteAll(map);
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(conf), "DeviceURI " + expected.toUtf8() + "\n");
+    }
+
+    void twoUsbPrintersEndUpWithTheSameUri()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Back"), QStringLiteral("usb://Old/Model"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\nDeviceURI usb://Old/Model\n"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"
+                                                     "DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+    }
+
+    void onlyLinesStartingExactlyWithDeviceUriAreRewritten()
+    {
+        addPrinter(QStringLiteral("Office"), QStringLiteral("usb:/dev/usb/lp0"));
+        const QByteArray original = "  DeviceURI usb://x\n"
+                                    "deviceuri usb://x\n"
+                                    "Info usb printer\n"
+                                    "DeviceURIusb\n";
+        QVERIFY(sandbox::writeFile(conf, original));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(conf), QByteArray("  DeviceURI usb://x\n"
+                                                     "deviceuri usb://x\n"
+                                                     "Info usb printer\n"
+                                                     "DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+    }
+
+    void linesAreWrittenWithLineFeedsAndALastLineGainsOne()
+    {
+        addPrinter(QStringLiteral("Office"), QStringLiteral("socket://h:9100"));
+        QVERIFY(sandbox::writeFile(conf, "<Printer Office>\r\nInfo x\r\n</Printer>"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(conf), QByteArray("<Printer Office>\nInfo x\n</Printer>\n"));
+    }
+
+    void stagedPrintersConfIsCopiedBackInEveryPass()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
+                                   "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"));
+        QVERIFY(sandbox::writeFile(conf, "stale\n"));
+        const QString last = lastProcessedUri();
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(conf),
+                 "<Printer Front>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n");
+        // The staging copy itself is never rewritten.
+        QCOMPARE(sandbox::readFile(staging + QStringLiteral("/printers.conf")),
+                 QByteArray("<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"));
+    }
+
+    void unreadablePrintersConfEndsTheRunEarly()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        QVERIFY(QDir().mkpath(conf)); // a folder where the file should be
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        // The first pass copies, finds no readable printers.conf and stops: no mv, and
+        // the second record is not processed.
+        QCOMPARE(shell.commands(), perPassCommands().mid(0, 2));
+    }
+
+    void missingPrintersConfEndsTheRunEarly()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), perPassCommands().mid(0, 2));
+        QVERIFY(!QFileInfo::exists(conf));
+    }
+
+    void failingCopiesAreNotNoticed()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        sandbox::removePath(staging); // nothing to copy: both cp commands fail
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), perPassCommands());
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+    }
+
+    void createsTheScratchFileThroughTmp()
+    {
+        // Without the mv the rewritten file stays in /tmp: shows it is written there.
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        ShellRecorder shell(ShellRecorder::Record);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(QStringLiteral("/tmp/printers.conf")),
+                 QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb:/dev/usb/lp0\n"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestConfigure)
+#include "tst_configure.moc"
