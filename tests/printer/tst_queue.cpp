@@ -1,0 +1,258 @@
+#include "printer/printer.h"
+#include "support/sandbox.h"
+#include "support/shellrecorder.h"
+
+#include <zeq/system.h>
+
+#include <QtTest>
+
+#include <utility>
+
+namespace {
+
+const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
+
+Printer office()
+{
+    Printer p;
+    p.name = QStringLiteral("Office");
+    p.printer_class = QStringLiteral("direct");
+    p.device_uri = QStringLiteral("usb://EPSON/TM-T88");
+    p.ppd = rawTextPpd;
+    return p;
+}
+
+const QString officeLpadmin = QStringLiteral(
+    "lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' "
+    "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E");
+
+// A shell runner that notes when each command line arrived and answers every one with
+// the given exit status, so tests can look at timing and at failing commands.
+class TimedShell
+{
+public:
+    explicit TimedShell(int status = 0)
+    {
+        m_clock.start();
+        m_previous = zeq::System::SetShellRunner([this, status](const QString &command) {
+            m_commands.append(command);
+            m_times.append(m_clock.nsecsElapsed());
+            return status;
+        });
+    }
+    ~TimedShell() { zeq::System::SetShellRunner(std::move(m_previous)); }
+    TimedShell(const TimedShell &) = delete;
+    TimedShell &operator=(const TimedShell &) = delete;
+
+    QStringList commands() const { return m_commands; }
+    // Seconds between the arrival of command i and command j.
+    double gap(int i, int j) const { return (m_times.at(j) - m_times.at(i)) / 1e9; }
+    double sinceStart() const { return m_clock.nsecsElapsed() / 1e9; }
+
+private:
+    QElapsedTimer m_clock;
+    QStringList m_commands;
+    QList<qint64> m_times;
+    zeq::System::ShellRunner m_previous;
+};
+
+} // namespace
+
+class TestQueue : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { REQUIRE_SANDBOX(); }
+    void init() { Printer::setDefaultPrinterName(QString()); }
+    void cleanup() { Printer::setDefaultPrinterName(QString()); }
+
+    void installBuildsTheLpadminLineWithTwoSpacesAndQuotedFields()
+    {
+        ShellRecorder shell;
+        office().Install();
+        QVERIFY(!shell.commands().isEmpty());
+        QCOMPARE(shell.commands().first(), officeLpadmin);
+    }
+
+    void installOfANonDefaultPrinterRunsExactlyLpadminAndCupsaccept()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("Other"));
+        ShellRecorder shell;
+        office().Install();
+        QCOMPARE(shell.commands(), QStringList({officeLpadmin, QStringLiteral("cupsaccept Office")}));
+    }
+
+    void installWithoutAnyDefaultPrinterRunsTwoCommands()
+    {
+        ShellRecorder shell;
+        office().Install();
+        QCOMPARE(shell.commands().size(), 2);
+    }
+
+    void installOfTheDefaultPrinterAlsoMakesItTheCupsDefault()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("Office"));
+        ShellRecorder shell;
+        office().Install();
+        QCOMPARE(shell.commands(), QStringList({officeLpadmin, QStringLiteral("cupsaccept Office"),
+                                                QStringLiteral("lpadmin -d Office")}));
+    }
+
+    void installWaitsHalfASecondBetweenLpadminAndCupsaccept()
+    {
+        TimedShell shell;
+        office().Install();
+        QCOMPARE(shell.commands().size(), 2);
+        QVERIFY2(shell.gap(0, 1) >= 0.5,
+                 qPrintable(QStringLiteral("cupsaccept came %1 s after lpadmin").arg(shell.gap(0, 1))));
+    }
+
+    void installDoesNotWaitAfterCupsaccept()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("Office"));
+        TimedShell shell;
+        office().Install();
+        QCOMPARE(shell.commands().size(), 3);
+        QVERIFY2(shell.gap(1, 2) < 0.4,
+                 qPrintable(QStringLiteral("lpadmin -d came %1 s after cupsaccept").arg(shell.gap(1, 2))));
+    }
+
+    void installWithAnEmptyDeviceUriPassesAnEmptyQuotedUri()
+    {
+        Printer p = office();
+        p.device_uri.clear();
+        ShellRecorder shell;
+        p.Install();
+        QCOMPARE(shell.commands().first(),
+                 QStringLiteral("lpadmin  -p Office -D 'Office' -v '' "
+                                "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E"));
+    }
+
+    void installWithAnEmptyPpdPassesAnEmptyQuotedPpd()
+    {
+        Printer p = office();
+        p.ppd.clear();
+        ShellRecorder shell;
+        p.Install();
+        QCOMPARE(shell.commands().first(),
+                 QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' -P '' -E"));
+    }
+
+    void installCopiesPercentSignsInFieldsLiterally()
+    {
+        Printer p = office();
+        p.name = QStringLiteral("Desk%2");
+        p.device_uri = QStringLiteral("usb://EPSON/TM%20T88%1?serial=%3");
+        p.ppd = QStringLiteral("/usr/share/ppd/100%1.ppd");
+        ShellRecorder shell;
+        p.Install();
+        QCOMPARE(shell.commands(),
+                 QStringList({QStringLiteral("lpadmin  -p Desk%2 -D 'Desk%2' "
+                                             "-v 'usb://EPSON/TM%20T88%1?serial=%3' "
+                                             "-P '/usr/share/ppd/100%1.ppd' -E"),
+                              QStringLiteral("cupsaccept Desk%2")}));
+    }
+
+    void installLeavesTheNameUnquotedAfterP()
+    {
+        Printer p = office();
+        p.name = QStringLiteral("Front Desk");
+        ShellRecorder shell;
+        p.Install();
+        QVERIFY(shell.commands().first().startsWith(
+            QStringLiteral("lpadmin  -p Front Desk -D 'Front Desk' -v ")));
+        QCOMPARE(shell.commands().at(1), QStringLiteral("cupsaccept Front Desk"));
+    }
+
+    void installRunsTheWholeSequenceWhenEveryCommandFails()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("Office"));
+        TimedShell failing(1);
+        office().Install();
+        QCOMPARE(failing.commands(), QStringList({officeLpadmin, QStringLiteral("cupsaccept Office"),
+                                                  QStringLiteral("lpadmin -d Office")}));
+    }
+
+    void setCupsDefaultRunsLpadminDOnlyForTheDefaultPrinter()
+    {
+        {
+            ShellRecorder shell;
+            office().SetCupsDefault();
+            QVERIFY(shell.commands().isEmpty());
+        }
+        Printer::setDefaultPrinterName(QStringLiteral("Office"));
+        ShellRecorder shell;
+        office().SetCupsDefault();
+        QCOMPARE(shell.commands(), QStringList({QStringLiteral("lpadmin -d Office")}));
+    }
+
+    void setCupsDefaultComparesTheNameExactly()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("office"));
+        ShellRecorder shell;
+        office().SetCupsDefault();
+        QVERIFY(shell.commands().isEmpty());
+    }
+
+    void uninstallDeletesTheQueueAndTheStagedPpd()
+    {
+        ShellRecorder shell;
+        office().Uninstall();
+        QCOMPARE(shell.commands(), QStringList({QStringLiteral("lpadmin -x Office"),
+                                                QStringLiteral("rm /tmp/config/files/cups/Office.ppd")}));
+    }
+
+    void uninstallOfTheDefaultPrinterDoesNotTouchTheCupsDefault()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("Office"));
+        ShellRecorder shell;
+        office().Uninstall();
+        QCOMPARE(shell.commands().size(), 2);
+    }
+
+    void uninstallRunsBothCommandsWhenBothFail()
+    {
+        TimedShell failing(1);
+        office().Uninstall();
+        QCOMPARE(failing.commands(), QStringList({QStringLiteral("lpadmin -x Office"),
+                                                  QStringLiteral("rm /tmp/config/files/cups/Office.ppd")}));
+    }
+
+    void uninstallWithoutQueueOrStagedPpdRunsBothForReal()
+    {
+        // Inside the sandbox lpadmin is the recording fake; the staged PPD does not exist,
+        // so the real rm fails, and nothing complains.
+        sandbox::removePath(QStringLiteral("/tmp/config/files/cups"));
+        sandbox::clearFakeCalls();
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        office().Uninstall();
+        QCOMPARE(shell.commands().size(), 2);
+        QCOMPARE(sandbox::fakeCalls(),
+                 QList<QStringList>({{QStringLiteral("lpadmin"), QStringLiteral("-x"),
+                                      QStringLiteral("Office")}}));
+    }
+
+    void uninstallRemovesAStagedPpd()
+    {
+        const QString staged = QStringLiteral("/tmp/config/files/cups/Office.ppd");
+        QVERIFY(sandbox::writeFile(staged, "*PPD-Adobe: \"4.3\"\n"));
+        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/config/files/cups/Back.ppd"), "x"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        office().Uninstall();
+        QVERIFY(!QFileInfo::exists(staged));
+        QVERIFY(QFileInfo::exists(QStringLiteral("/tmp/config/files/cups/Back.ppd")));
+    }
+
+    void uninstallDoesNotSleep()
+    {
+        TimedShell shell;
+        office().Uninstall();
+        QCOMPARE(shell.commands().size(), 2);
+        QVERIFY2(shell.sinceStart() < 0.4,
+                 qPrintable(QStringLiteral("Uninstall took %1 s").arg(shell.sinceStart())));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQueue)
+#include "tst_queue.moc"

@@ -1,0 +1,239 @@
+#include "printer/printer.h"
+#include "support/sandbox.h"
+#include "support/shellrecorder.h"
+
+#include <QTextCodec>
+#include <QtTest>
+
+namespace {
+
+const QString settingsFile = QStringLiteral("/tmp/prtestinfo");
+const QString pageFile = QStringLiteral("/tmp/prtest");
+const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
+const QString catCommand =
+    QStringLiteral("cat /usr/share/cups/data/textonly.prn /tmp/prtestinfo > /tmp/prtest");
+
+Printer rawPrinter()
+{
+    Printer p;
+    p.name = QStringLiteral("Receipts");
+    p.printer_class = QStringLiteral("direct");
+    p.model = QStringLiteral("TM-T88V");
+    p.device_uri = QStringLiteral("usb://EPSON/TM-T88V?serial=123");
+    p.ppd = rawTextPpd;
+    p.win_driver = QStringLiteral("EPSON TM-T88V Receipt");
+    p.paper_size = QStringLiteral("A4");
+    return p;
+}
+
+const QByteArray rawPrinterSettings =
+    "\tName:\t\tReceipts\r\n\r\n"
+    "\tClass:\t\tdirect\r\n\r\n"
+    "\tModel:\t\tTM-T88V\r\n\r\n"
+    "\tDevice:\t\tusb://EPSON/TM-T88V?serial=123\r\n\r\n"
+    "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
+    "\tWindows Driver:\tEPSON TM-T88V Receipt\r\n\r\n"
+    "\tPaper Size:\tA4\r\n\r\n"
+    "\r\n\x0c";
+
+} // namespace
+
+class TestTestPage : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { REQUIRE_SANDBOX(); }
+    void init()
+    {
+        sandbox::removePath(settingsFile);
+        sandbox::removePath(pageFile);
+        sandbox::clearFakeCalls();
+        const QDir sandboxDir(qEnvironmentVariable("SANDBOX_DIR"));
+        for (const QString &job : sandboxDir.entryList({QStringLiteral("lp-job-*")}, QDir::Files))
+            sandbox::removePath(sandboxDir.filePath(job));
+    }
+
+    void rawTextPrinterGetsTheTextPageCommands()
+    {
+        ShellRecorder shell;
+        rawPrinter().PrintTestPage();
+        QCOMPARE(shell.commands(), QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
+    }
+
+    void otherPpdGetsThePostScriptPage_data()
+    {
+        QTest::addColumn<QString>("ppd");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("postscript") << QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
+        QTest::newRow("cups text-only") << QStringLiteral("/usr/share/ppd/cups-included/textonly.ppd");
+        QTest::newRow("pcl") << QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
+        QTest::newRow("other case") << QStringLiteral("/usr/share/ppd/std1/Generic/-generic-text-only-raw.ppd");
+        QTest::newRow("without leading dash") << QStringLiteral("/usr/share/ppd/Generic-Text-Only-Raw.ppd");
+    }
+
+    void otherPpdGetsThePostScriptPage()
+    {
+        QFETCH(QString, ppd);
+        Printer p = rawPrinter();
+        p.ppd = ppd;
+        ShellRecorder shell;
+        p.PrintTestPage();
+        QCOMPARE(shell.commands(),
+                 QStringList({QStringLiteral("lp -d Receipts /usr/share/cups/data/test.ps")}));
+        QVERIFY(!QFileInfo::exists(settingsFile));
+    }
+
+    void rawTextMarkerIsFoundAnywhereInThePpdPath()
+    {
+        Printer p = rawPrinter();
+        p.ppd = QStringLiteral("/tmp/config/files/cups/copy-of--Generic-Text-Only-Raw.ppd.orig");
+        ShellRecorder shell;
+        p.PrintTestPage();
+        QCOMPARE(shell.commands(), QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
+    }
+
+    void settingsFileHoldsTheSevenEntriesAndTheClosingFormFeed()
+    {
+        ShellRecorder shell;
+        rawPrinter().PrintTestPage();
+        QCOMPARE(sandbox::readFile(settingsFile), rawPrinterSettings);
+    }
+
+    void emptyFieldsPrintTheirLabelsFollowedByNothing()
+    {
+        Printer p;
+        p.ppd = rawTextPpd;
+        ShellRecorder shell;
+        p.PrintTestPage();
+        QCOMPARE(sandbox::readFile(settingsFile),
+                 QByteArray("\tName:\t\t\r\n\r\n"
+                            "\tClass:\t\t\r\n\r\n"
+                            "\tModel:\t\t\r\n\r\n"
+                            "\tDevice:\t\t\r\n\r\n"
+                            "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
+                            "\tWindows Driver:\t\r\n\r\n"
+                            "\tPaper Size:\t\r\n\r\n"
+                            "\r\n\x0c"));
+        QCOMPARE(shell.commands().last(), QStringLiteral("lp -d  /tmp/prtest"));
+    }
+
+    void emptyPaperSizePrintsTabLabelTabAndLineEnd()
+    {
+        Printer p = rawPrinter();
+        p.paper_size.clear();
+        ShellRecorder shell;
+        p.PrintTestPage();
+        QVERIFY(sandbox::readFile(settingsFile).endsWith("\tPaper Size:\t\r\n\r\n\r\n\x0c"));
+    }
+
+    void textPageEndsWithAFormFeed()
+    {
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        rawPrinter().PrintTestPage();
+        QVERIFY(sandbox::readFile(settingsFile).endsWith("\r\n\x0c"));
+        const QByteArray page = sandbox::readFile(pageFile);
+        QVERIFY(!page.isEmpty());
+        QCOMPARE(page.at(page.size() - 1), '\x0c');
+    }
+
+    void printedPageIsTheTextPreambleFollowedByTheSettings()
+    {
+        const QByteArray preamble = sandbox::readFile(QStringLiteral("/usr/share/cups/data/textonly.prn"));
+        QVERIFY2(!preamble.isEmpty(), "the sandbox provides a text printer preamble");
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        rawPrinter().PrintTestPage();
+        QCOMPARE(sandbox::readFile(pageFile), preamble + rawPrinterSettings);
+        // The fake lp kept what it was asked to print.
+        QCOMPARE(sandbox::fakeCalls(), QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"),
+                                                            QStringLiteral("Receipts"), pageFile}}));
+        const QString job = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/lp-job-1");
+        QCOMPARE(sandbox::readFile(job), preamble + rawPrinterSettings);
+    }
+
+    void postScriptPageIsPrintedFromTheCupsDataFolder()
+    {
+        const QByteArray testPage = sandbox::readFile(QStringLiteral("/usr/share/cups/data/test.ps"));
+        QVERIFY2(testPage.startsWith("%!"), "the sandbox provides a PostScript test page");
+        Printer p = rawPrinter();
+        p.ppd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        p.PrintTestPage();
+        QCOMPARE(sandbox::fakeCalls(),
+                 QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"), QStringLiteral("Receipts"),
+                                      QStringLiteral("/usr/share/cups/data/test.ps")}}));
+        const QString job = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/lp-job-1");
+        QCOMPARE(sandbox::readFile(job), testPage);
+        QVERIFY(!QFileInfo::exists(pageFile));
+    }
+
+    void anExistingSettingsFileIsTruncated()
+    {
+        QVERIFY(sandbox::writeFile(settingsFile, QByteArray(4096, 'x')));
+        ShellRecorder shell;
+        rawPrinter().PrintTestPage();
+        QCOMPARE(sandbox::readFile(settingsFile), rawPrinterSettings);
+    }
+
+    void settingsAndPageFilesAreLeftInPlace()
+    {
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        rawPrinter().PrintTestPage();
+        QVERIFY(QFileInfo::exists(settingsFile));
+        QVERIFY(QFileInfo::exists(pageFile));
+    }
+
+    void unwritableSettingsFileStillRunsBothCommands()
+    {
+        // A folder in the way: the settings cannot be written, the commands run anyway.
+        QVERIFY(QDir().mkpath(settingsFile));
+        ShellRecorder shell;
+        rawPrinter().PrintTestPage();
+        QCOMPARE(shell.commands(), QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
+        QVERIFY(QFileInfo(settingsFile).isDir());
+        sandbox::removePath(settingsFile);
+    }
+
+    void missingPreambleStillPrintsWhatThePageHolds()
+    {
+        // Hide the preamble for this test only; the sandbox's data folder is a private copy.
+        const QString preamble = QStringLiteral("/usr/share/cups/data/textonly.prn");
+        const QByteArray saved = sandbox::readFile(preamble);
+        QVERIFY(QFile::remove(preamble));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        rawPrinter().PrintTestPage();
+        QVERIFY(sandbox::writeFile(preamble, saved));
+        QCOMPARE(shell.commands().size(), 2);
+        QCOMPARE(sandbox::readFile(pageFile), rawPrinterSettings);
+        QCOMPARE(sandbox::fakeCalls().size(), 1);
+    }
+
+    void fieldsWithPercentSignsAreWrittenLiterally()
+    {
+        Printer p = rawPrinter();
+        p.model = QStringLiteral("100% Laser %1");
+        p.win_driver = QStringLiteral("%2 driver");
+        ShellRecorder shell;
+        p.PrintTestPage();
+        const QByteArray written = sandbox::readFile(settingsFile);
+        QVERIFY(written.contains("\tModel:\t\t100% Laser %1\r\n\r\n"));
+        QVERIFY(written.contains("\tWindows Driver:\t%2 driver\r\n\r\n"));
+    }
+
+    void settingsAreWrittenInTheLocaleEncoding()
+    {
+        if (QTextCodec::codecForLocale()->name() != "UTF-8")
+            QSKIP("the test runs under a UTF-8 locale (LANG=C.UTF-8); this one is not");
+        Printer p = rawPrinter();
+        p.name = QStringLiteral("B\u00fcro");
+        p.model = QStringLiteral("\u00c9tiquette 58");
+        ShellRecorder shell;
+        p.PrintTestPage();
+        const QByteArray written = sandbox::readFile(settingsFile);
+        QVERIFY(written.startsWith("\tName:\t\tB\xc3\xbcro\r\n\r\n"));
+        QVERIFY(written.contains("\tModel:\t\t\xc3\x89tiquette 58\r\n\r\n"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTestPage)
+#include "tst_testpage.moc"
