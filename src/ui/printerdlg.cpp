@@ -1,0 +1,200 @@
+#include "ui/printerdlg.h"
+
+#include "common/windowchrome.h"
+#include "printer/paths.h"
+#include "printer/printer.h"
+#include "ui/wizarddlg.h"
+
+#include <zeq/system.h>
+
+#include <QDebug>
+#include <QHash>
+#include <QIcon>
+#include <QListWidgetItem>
+#include <QMessageBox>
+#include <QVariant>
+
+#include <unistd.h>
+
+namespace {
+
+QString itemIconPath(const Printer &printer)
+{
+    if (printer.IsNetwork())
+        return printer.IsDefault() ? QStringLiteral(":/zeq-icons/printer/defnet.png")
+                                   : QStringLiteral(":/zeq-icons/printer/net.png");
+    return printer.IsDefault() ? QStringLiteral(":/zeq-icons/printer/deflocal.png")
+                               : QStringLiteral(":/zeq-icons/printer/local.png");
+}
+
+} // namespace
+
+PrinterDlg::PrinterDlg()
+    : QMainWindow(nullptr)
+{
+    setupUi(this);
+    setWindowFlags(Qt::Dialog);
+    setFixedSize(width(), height());
+    setStyleSheet(windowchrome::loadStyleSheet());
+
+    // The catalogue only learns where its databases are; the window never reads them.
+    ppdSet.addDatabase(QStringLiteral("/usr/share/ppd/std1.db"));
+    ppdSet.addDatabase(QStringLiteral("/tmp/config/files/printdrivers.db"));
+
+    wizard = nullptr;
+    updatePrinterList();
+
+    setWindowTitle(QStringLiteral("Printer Configuration"));
+    setWindowIcon(QIcon(windowchrome::windowIconPath()));
+    centerOnScreen();
+}
+
+PrinterDlg::~PrinterDlg()
+{
+    delete wizard;
+}
+
+void PrinterDlg::updatePrinterList()
+{
+    const QHash<QString, Printer *> printers = Printer::GetPrinters();
+    lwPrinters->clear();
+
+    // The hash's own order is the list's order; the names are deliberately not sorted.
+    for (auto it = printers.cbegin(); it != printers.cend(); ++it) {
+        qDebug().noquote() << "key : " + it.key();
+        Printer *p = it.value();
+        records.emplace_back(p);
+
+        auto *item = new QListWidgetItem(QIcon(itemIconPath(*p)), p->name);
+        item->setData(Qt::UserRole, QVariant::fromValue(static_cast<void *>(p)));
+        lwPrinters->insertItem(lwPrinters->count(), item);
+    }
+    // Say explicitly that nothing is current. Otherwise the view makes its first item
+    // current as soon as it gains keyboard focus (as it does when the window opens), and
+    // Delete would then act on a printer the user never picked.
+    lwPrinters->setCurrentIndex(QModelIndex());
+}
+
+void PrinterDlg::centerOnScreen()
+{
+    windowchrome::centreOnScreen0(this);
+}
+
+Printer *PrinterDlg::currentPrinter() const
+{
+    QListWidgetItem *item = lwPrinters->currentItem();
+    if (!item)
+        return nullptr;
+    return static_cast<Printer *>(item->data(Qt::UserRole).value<void *>());
+}
+
+void PrinterDlg::testPrinter()
+{
+    Printer *p = currentPrinter();
+    if (!p)
+        return;
+    p->PrintTestPage();
+    // Shown whatever the print command did: nothing here learns its outcome.
+    QMessageBox::information(this, QStringLiteral("Printer"),
+                             QStringLiteral("Test page sent to printer"), QMessageBox::Ok);
+}
+
+void PrinterDlg::defaultPrinter()
+{
+    Printer *p = currentPrinter();
+    if (!p)
+        return;
+    p->SetDefault();
+    p->Commit();
+    p->SetCupsDefault();
+    updatePrinterList();
+}
+
+void PrinterDlg::WaitForCUPS(Printer *printer)
+{
+    usleep(10000);
+
+    const QString ppdFile = printer->name + QLatin1String(".ppd");
+    // A raw text queue has no page sizes to set, so its PPD is left alone and not staged.
+    if (!printer->ppd.contains(paths::rawTextDriverMarker())) {
+        // No blank before the pipe and two before the redirection: the line has always
+        // been issued this way. The paper size goes into the sed expression as it is.
+        QString command = QStringLiteral("cat /etc/cups/ppd/");
+        command += ppdFile;
+        command += QLatin1String("| ");
+        command += QLatin1String("sed -e \"s/DefaultPageSize.*/DefaultPageSize: ");
+        command += printer->paper_size;
+        command += QLatin1String("/g\" ");
+        command += QLatin1String(" >/tmp/");
+        command += ppdFile;
+        zeq::System::ExecShell(command);
+        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile + QLatin1String(" /etc/cups/ppd"));
+        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile + QLatin1Char(' ')
+                               + paths::stagingFolder());
+    }
+
+    zeq::System::ExecShell(QStringLiteral("init_ica"));
+    zeq::System::ExecShell(QStringLiteral("CitrixCUPSPrinter"));
+    zeq::System::ExecShell(QStringLiteral("waitforCUPS&"));
+}
+
+void PrinterDlg::addPrinter()
+{
+    Printer printer;
+
+    delete wizard;
+    wizard = new WizardDlg(&ppdSet, &printer, false);
+
+    hide();
+    wizard->exec();
+    show();
+
+    if (wizard->submitted) {
+        printer.Commit();
+        printer.Install();
+        updatePrinterList();
+        WaitForCUPS(&printer);
+    }
+}
+
+void PrinterDlg::editPrinter()
+{
+    Printer *p = currentPrinter();
+    if (!p)
+        return;
+
+    delete wizard;
+    wizard = new WizardDlg(&ppdSet, p, true);
+
+    hide();
+    wizard->exec();
+    show();
+
+    if (wizard->submitted) {
+        p->Commit();
+        // The queue is rebuilt from scratch with the edited settings.
+        p->Uninstall();
+        p->Install();
+        updatePrinterList();
+        // p belongs to the list as it was before the refresh; records keeps it alive.
+        WaitForCUPS(p);
+    }
+}
+
+void PrinterDlg::deletePrinter()
+{
+    Printer *p = currentPrinter();
+    if (!p)
+        return;
+    p->Remove();
+    p->Uninstall();
+    updatePrinterList();
+    // Deleting restages nothing; only the wait for the print service is started.
+    zeq::System::ExecShell(QStringLiteral("waitforCUPS&"));
+}
+
+void PrinterDlg::quit()
+{
+    qDebug() << "PrinterDlg::quit received";
+    close();
+}
