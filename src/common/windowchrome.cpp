@@ -16,7 +16,10 @@ QString styleSheetFromBytes(const QByteArray &bytes)
 QString loadStyleSheet()
 {
     QFile file(styleSheetPath());
-    file.open(QIODevice::ReadOnly); // a missing file simply reads as empty
+    // A missing file gives no style and no message; reading an unopened QFile would
+    // make Qt print a warning.
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
     return styleSheetFromBytes(file.readAll());
 }
 
