@@ -1,0 +1,223 @@
+// The progress dialog shown while the catalogue loads. Writes the device style sheet
+// under /tmp, so it runs in the sandbox.
+
+#include "drivers/loaderdlg.h"
+
+#include "common/windowchrome.h"
+#include "support/sandbox.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QLabel>
+#include <QProgressBar>
+#include <QScreen>
+#include <QTranslator>
+#include <QtTest>
+
+namespace {
+
+const QString kStyleSheet = QStringLiteral("/tmp/.config/default.css");
+const QString kPicture = QStringLiteral(":/zeq-icons/printer/loading.png");
+
+// Answers for the dialog's form context only, to show which context its texts use.
+class FormTranslator : public QTranslator
+{
+public:
+    bool isEmpty() const override { return false; }
+    QString translate(const char *context, const char *sourceText, const char *,
+                      int) const override
+    {
+        if (qstrcmp(context, "LoaderDialog") == 0
+            && qstrcmp(sourceText, "Configuring CUPS Printer(s)...") == 0)
+            return QStringLiteral("Drucker werden eingerichtet...");
+        return QString();
+    }
+};
+
+QStringList messages;
+
+void recordMessage(QtMsgType, const QMessageLogContext &, const QString &message)
+{
+    messages.append(message);
+}
+
+} // namespace
+
+class TestLoaderDlg : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+
+    void formHasItsThreeWidgetsAtFixedPlaces();
+    void labelTextComesFromTheFormTranslationContext();
+    void cannotBeResized();
+    void isAPlainDialogWindow();
+    void showsBusyBarWithoutPercentage();
+    void isCentredOnScreenZeroByTheCentreFormula();
+    void carriesTitleAndWindowIcon();
+    void showsTheLoadingPicture();
+    void opensUnstyledWithoutStyleSheetFile();
+    void takesStyleSheetAsLatin1UpToFirstNulByte();
+};
+
+void TestLoaderDlg::initTestCase()
+{
+    REQUIRE_SANDBOX();
+}
+
+void TestLoaderDlg::init()
+{
+    sandbox::removePath(kStyleSheet);
+}
+
+void TestLoaderDlg::formHasItsThreeWidgetsAtFixedPlaces()
+{
+    LoaderDlg dlg;
+    QCOMPARE(dlg.objectName(), QString("LoaderDialog"));
+
+    QList<QWidget *> widgets;
+    for (QObject *child : dlg.children()) {
+        if (auto *widget = qobject_cast<QWidget *>(child))
+            widgets.append(widget);
+    }
+    QCOMPARE(widgets.size(), 3);
+    QCOMPARE(widgets.at(0)->objectName(), QString("lILoadApp"));
+    QCOMPARE(widgets.at(1)->objectName(), QString("lLoadApp"));
+    QCOMPARE(widgets.at(2)->objectName(), QString("pbLoadApp"));
+
+    auto *picture = dlg.findChild<QLabel *>("lILoadApp");
+    auto *text = dlg.findChild<QLabel *>("lLoadApp");
+    auto *bar = dlg.findChild<QProgressBar *>("pbLoadApp");
+    QVERIFY(picture && text && bar);
+    QCOMPARE(picture->geometry(), QRect(10, 20, 41, 51));
+    QCOMPARE(text->geometry(), QRect(60, 20, 241, 20));
+    QCOMPARE(bar->geometry(), QRect(60, 50, 241, 23));
+    QVERIFY(picture->text().isEmpty());
+    QCOMPARE(text->text(), QString("Configuring CUPS Printer(s)..."));
+}
+
+void TestLoaderDlg::labelTextComesFromTheFormTranslationContext()
+{
+    FormTranslator translator;
+    QCoreApplication::installTranslator(&translator);
+    LoaderDlg dlg;
+    QCoreApplication::removeTranslator(&translator);
+    QCOMPARE(dlg.findChild<QLabel *>("lLoadApp")->text(),
+             QString("Drucker werden eingerichtet..."));
+    // The title is the dialog's own text and is not looked up.
+    QCOMPARE(dlg.windowTitle(), QString("Printer Configuration"));
+}
+
+void TestLoaderDlg::cannotBeResized()
+{
+    LoaderDlg dlg;
+    QCOMPARE(dlg.size(), QSize(320, 90));
+    QCOMPARE(dlg.minimumSize(), QSize(320, 90));
+    QCOMPARE(dlg.maximumSize(), QSize(320, 90));
+    dlg.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dlg));
+    dlg.resize(640, 480);
+    QCOMPARE(dlg.size(), QSize(320, 90));
+    dlg.resize(100, 40);
+    QCOMPARE(dlg.size(), QSize(320, 90));
+}
+
+void TestLoaderDlg::isAPlainDialogWindow()
+{
+    LoaderDlg dlg;
+    QVERIFY(dlg.parent() == nullptr);
+    QVERIFY(dlg.isWindow());
+    QCOMPARE(dlg.windowType(), Qt::Dialog);
+    // Nothing but the dialog type was asked for: the hints are the ones Qt adds to a
+    // bare Qt::Dialog, with no stay-on-top, frameless or tool flags.
+    QWidget reference;
+    reference.setWindowFlags(Qt::Dialog);
+    QCOMPARE(dlg.windowFlags(), reference.windowFlags());
+}
+
+void TestLoaderDlg::showsBusyBarWithoutPercentage()
+{
+    LoaderDlg dlg;
+    auto *bar = dlg.findChild<QProgressBar *>("pbLoadApp");
+    QVERIFY(bar);
+    QCOMPARE(bar->minimum(), 0);
+    QCOMPARE(bar->maximum(), 0);
+    QCOMPARE(bar->value(), -1);
+    // A bar without a range draws the busy animation and has no text to show.
+    QVERIFY(bar->text().isEmpty());
+}
+
+void TestLoaderDlg::isCentredOnScreenZeroByTheCentreFormula()
+{
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    QVERIFY(!screens.isEmpty());
+    const QRect area = screens.first()->availableGeometry();
+    LoaderDlg dlg;
+    const int w = dlg.width();
+    const int h = dlg.height();
+    const int x = (area.left() + area.right()) / 2 - (w - 1) / 2;
+    const int y = (area.top() + area.bottom()) / 2 - (h - 1) / 2;
+    QCOMPARE(dlg.pos(), QPoint(x, y));
+    dlg.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dlg));
+    QCOMPARE(dlg.pos(), QPoint(x, y));
+}
+
+void TestLoaderDlg::carriesTitleAndWindowIcon()
+{
+    LoaderDlg dlg;
+    QCOMPARE(dlg.windowTitle(), QString("Printer Configuration"));
+    if (!QFile::exists(windowchrome::windowIconPath()))
+        QSKIP("The icon set is not compiled into this build; only the title is checked");
+    const QImage expected = QIcon(windowchrome::windowIconPath()).pixmap(32, 32).toImage();
+    QVERIFY(!expected.isNull());
+    QCOMPARE(dlg.windowIcon().pixmap(32, 32).toImage(), expected);
+}
+
+void TestLoaderDlg::showsTheLoadingPicture()
+{
+    LoaderDlg dlg;
+    auto *picture = dlg.findChild<QLabel *>("lILoadApp");
+    QVERIFY(picture);
+    if (!QFile::exists(kPicture))
+        QSKIP("The icon set is not compiled into this build, so there is no picture to show");
+    const QPixmap shown = picture->pixmap(Qt::ReturnByValue);
+    QVERIFY(!shown.isNull());
+    QCOMPARE(shown.toImage(), QPixmap(kPicture).toImage());
+}
+
+void TestLoaderDlg::opensUnstyledWithoutStyleSheetFile()
+{
+    QVERIFY(!QFile::exists(kStyleSheet));
+    messages.clear();
+    const QtMessageHandler previous = qInstallMessageHandler(recordMessage);
+    LoaderDlg dlg;
+    qInstallMessageHandler(previous);
+    QVERIFY(dlg.styleSheet().isEmpty());
+    QVERIFY2(messages.isEmpty(), qPrintable(messages.join('\n')));
+    dlg.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dlg));
+    QVERIFY(dlg.isVisible());
+    dlg.close();
+    QVERIFY(!dlg.isVisible());
+}
+
+void TestLoaderDlg::takesStyleSheetAsLatin1UpToFirstNulByte()
+{
+    const QByteArray before = "QDialog { background: #123456; } /* caf\xe9 */";
+    QByteArray bytes = before;
+    bytes.append('\0');
+    bytes.append("QLabel { color: red; }");
+    QVERIFY(sandbox::writeFile(kStyleSheet, bytes));
+
+    LoaderDlg dlg;
+    QCOMPARE(dlg.styleSheet(), QString::fromLatin1(before));
+    QVERIFY(dlg.styleSheet().contains(QChar(0xe9)));
+    QVERIFY(!dlg.styleSheet().contains("QLabel"));
+}
+
+QTEST_MAIN(TestLoaderDlg)
+#include "tst_loaderdlg.moc"

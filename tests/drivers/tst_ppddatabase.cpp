@@ -1,0 +1,380 @@
+// Reading driver database files into the catalogue. Writes under /usr/share/ppd and
+// /tmp, so it runs in the sandbox.
+
+#include "drivers/ppdset.h"
+
+#include "support/sandbox.h"
+
+#include <QFile>
+#include <QtTest>
+
+#include <algorithm>
+
+namespace {
+
+const QString kStd1Db = QStringLiteral("/usr/share/ppd/std1.db");
+const QString kAddedDb = QStringLiteral("/tmp/config/files/printdrivers.db");
+const QString kWork = QStringLiteral("/tmp/drivertest");
+
+QStringList sorted(QStringList list)
+{
+    std::sort(list.begin(), list.end());
+    return list;
+}
+
+void touch(const QString &path)
+{
+    QVERIFY2(sandbox::writeFile(path, "*PPD-Adobe: \"4.3\"\n"), qPrintable(path));
+}
+
+} // namespace
+
+class TestPpdDatabase : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void entryKeptOnlyWhenItsFileExists();
+    void linesWithFiveOrThreeFieldsAreIgnored();
+    void emptyFieldsBecomeUnknownAndUnknownIsListedOnce();
+    void missingAddedDatabaseLeavesDeviceDatabaseEntries();
+    void modelsRepeatPerDriverAndDriversKeepFileOrder();
+    void findByPathDiffersInCaseFindsNothing();
+    void emptyFileContributesNothing();
+    void firstLineOnlyFileContributesNothing();
+    void secondReadDoublesEntriesButNotManufacturers();
+    void databasesAreReadInRegistrationOrder();
+    void baseFolderIsUsedExactlyAsWritten();
+    void windowsLineEndsAreAccepted();
+    void existenceFollowsLinks();
+    void anyFileSystemObjectCountsAsExisting();
+    void unreadableDatabaseIsSkipped();
+    void onlyTheFirstLineIsTheBaseFolder();
+
+private:
+    PPDSet *newSet();
+    QList<PPDSet *> m_sets;
+};
+
+void TestPpdDatabase::initTestCase()
+{
+    REQUIRE_SANDBOX();
+}
+
+void TestPpdDatabase::init()
+{
+    sandbox::removePath(kWork);
+    sandbox::removePath(kStd1Db);
+    sandbox::removePath(kAddedDb);
+    sandbox::removePath("/usr/share/ppd/std1/Generic/x.ppd");
+}
+
+void TestPpdDatabase::cleanup()
+{
+    // The catalogue leaves its records alive for the whole program; the test frees them.
+    for (PPDSet *set : qAsConst(m_sets)) {
+        qDeleteAll(set->ppds);
+        delete set;
+    }
+    m_sets.clear();
+}
+
+PPDSet *TestPpdDatabase::newSet()
+{
+    m_sets.append(new PPDSet);
+    return m_sets.last();
+}
+
+void TestPpdDatabase::entryKeptOnlyWhenItsFileExists()
+{
+    QVERIFY(sandbox::writeFile(kStd1Db, "/usr/share/ppd/std1\n"
+                                        "Generic/x.ppd;Generic;Text;Raw\n"));
+    PPDSet *before = newSet();
+    before->addDatabase(kStd1Db);
+    before->readDatabases();
+    QVERIFY(before->loaded);
+    QVERIFY(before->ppds.isEmpty());
+    QVERIFY(before->manufacturers().isEmpty());
+
+    touch("/usr/share/ppd/std1/Generic/x.ppd");
+    PPDSet *after = newSet();
+    after->addDatabase(kStd1Db);
+    after->readDatabases();
+    QCOMPARE(after->ppds.size(), 1);
+    const PPD *ppd = after->ppds.first();
+    QCOMPARE(ppd->path, QString("/usr/share/ppd/std1/Generic/x.ppd"));
+    QCOMPARE(ppd->manufacturer, QString("Generic"));
+    QCOMPARE(ppd->model, QString("Text"));
+    QCOMPARE(ppd->driver, QString("Raw"));
+    QCOMPARE(ppd->pathHash, qHash(ppd->path, 0));
+    QCOMPARE(ppd->manufacturerHash, qHash(QString("Generic"), 0));
+    QCOMPARE(ppd->modelHash, qHash(QString("Text"), 0));
+    QCOMPARE(after->manufacturers(), QStringList({"Generic"}));
+}
+
+void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
+{
+    touch(kWork + "/a.ppd");
+    touch(kWork + "/b.ppd");
+    touch(kWork + "/c.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
+                                        "a.ppd;HP;LaserJet;PCL; with a ; inside\n"
+                                        "b.ppd;HP;LaserJet\n"
+                                        "# c.ppd is the only good line\n"
+                                        "\n"
+                                        "c.ppd;Kyocera;FS;KPDL\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 1);
+    QCOMPARE(set->ppds.first()->path, kWork + "/c.ppd");
+    QCOMPARE(set->manufacturers(), QStringList({"Kyocera"}));
+}
+
+void TestPpdDatabase::emptyFieldsBecomeUnknownAndUnknownIsListedOnce()
+{
+    touch(kWork + "/x.ppd");
+    touch(kWork + "/y.ppd");
+    touch(kWork + "/z.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
+                                        "x.ppd;;;\n"
+                                        "y.ppd;;Some model;drv\n"
+                                        "z.ppd;Unknown;;\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 3);
+    const PPD *x = set->ppds.at(0);
+    QCOMPARE(x->path, kWork + "/x.ppd");
+    QCOMPARE(x->manufacturer, QString("Unknown"));
+    QCOMPARE(x->model, QString("Unknown"));
+    QVERIFY(x->driver.isEmpty());
+    QCOMPARE(x->manufacturerHash, qHash(QString("Unknown"), 0));
+    QCOMPARE(set->manufacturers(), QStringList({"Unknown"}));
+    QCOMPARE(set->models("Unknown"), QStringList({"Unknown", "Some model", "Unknown"}));
+}
+
+void TestPpdDatabase::missingAddedDatabaseLeavesDeviceDatabaseEntries()
+{
+    touch("/usr/share/ppd/std1/Generic/x.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, "/usr/share/ppd/std1\n"
+                                        "Generic/x.ppd;Generic;Text;Raw\n"
+                                        "HP/HP-OfficeJet_Pro_1175C-pcl3.ppd;HP;OfficeJet Pro "
+                                        "1175C;HP OfficeJet Pro 1175C pcl3\n"));
+    QVERIFY(!QFile::exists(kAddedDb));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->addDatabase(kAddedDb);
+    set->readDatabases();
+    QVERIFY(set->loaded);
+    QCOMPARE(set->ppds.size(), 2);
+    QCOMPARE(set->ppds.at(0)->path, QString("/usr/share/ppd/std1/Generic/x.ppd"));
+    QCOMPARE(set->ppds.at(1)->path,
+             QString("/usr/share/ppd/std1/HP/HP-OfficeJet_Pro_1175C-pcl3.ppd"));
+    QCOMPARE(sorted(set->manufacturers()), QStringList({"Generic", "HP"}));
+}
+
+void TestPpdDatabase::modelsRepeatPerDriverAndDriversKeepFileOrder()
+{
+    touch(kWork + "/HP/lj4-pcl.ppd");
+    touch(kWork + "/HP/dj.ppd");
+    touch(kWork + "/HP/lj4-ps.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
+                                        "HP/lj4-pcl.ppd;HP;LaserJet 4;HP LaserJet 4 PCL\n"
+                                        "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
+                                        "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->models("HP"), QStringList({"LaserJet 4", "DeskJet", "LaserJet 4"}));
+    QCOMPARE(set->models("HP").count("LaserJet 4"), 2);
+    const QList<PPD *> drivers = set->drivers("HP", "LaserJet 4");
+    QCOMPARE(drivers.size(), 2);
+    QCOMPARE(drivers.at(0)->driver, QString("HP LaserJet 4 PCL"));
+    QCOMPARE(drivers.at(0)->path, kWork + "/HP/lj4-pcl.ppd");
+    QCOMPARE(drivers.at(1)->driver, QString("HP LaserJet 4 PS"));
+    QCOMPARE(drivers.at(1)->path, kWork + "/HP/lj4-ps.ppd");
+}
+
+void TestPpdDatabase::findByPathDiffersInCaseFindsNothing()
+{
+    touch(kWork + "/HP/lj4.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\nHP/lj4.ppd;HP;LaserJet 4;PCL\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->findByPath(kWork + "/HP/lj4.ppd"), set->ppds.value(0));
+    QVERIFY(set->findByPath(kWork + "/HP/lj4.ppd") != nullptr);
+    QVERIFY(set->findByPath(kWork + "/hp/lj4.ppd") == nullptr);
+    QVERIFY(set->findByPath(kWork + "/HP/LJ4.PPD") == nullptr);
+}
+
+void TestPpdDatabase::emptyFileContributesNothing()
+{
+    touch(kWork + "/a.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, ""));
+    QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "\na.ppd;HP;M;D\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->addDatabase(kAddedDb);
+    set->readDatabases();
+    QVERIFY(set->loaded);
+    // Only the second file's entry: the empty file added none.
+    QCOMPARE(set->ppds.size(), 1);
+    QCOMPARE(set->ppds.first()->path, kWork + "/a.ppd");
+
+    PPDSet *alone = newSet();
+    alone->addDatabase(kStd1Db);
+    alone->readDatabases();
+    QVERIFY(alone->loaded);
+    QVERIFY(alone->ppds.isEmpty());
+    QVERIFY(alone->manufacturers().isEmpty());
+}
+
+void TestPpdDatabase::firstLineOnlyFileContributesNothing()
+{
+    touch(kWork + "/a.ppd");
+    for (const QByteArray &content : {kWork.toUtf8(), kWork.toUtf8() + "\n"}) {
+        QVERIFY(sandbox::writeFile(kStd1Db, content));
+        PPDSet *set = newSet();
+        set->addDatabase(kStd1Db);
+        set->readDatabases();
+        QVERIFY(set->loaded);
+        QVERIFY(set->ppds.isEmpty());
+        QVERIFY(set->manufacturers().isEmpty());
+    }
+}
+
+void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
+{
+    touch(kWork + "/a.ppd");
+    touch(kWork + "/b.ppd");
+    touch(kWork + "/c.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
+                                        "a.ppd;HP;A;PCL\n"
+                                        "b.ppd;Epson;B;ESC/POS\n"
+                                        "c.ppd;HP;C;PS\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 3);
+    QCOMPARE(sorted(set->manufacturers()), QStringList({"Epson", "HP"}));
+
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 6);
+    QCOMPARE(set->manufacturers().size(), 2);
+    QCOMPARE(sorted(set->manufacturers()), QStringList({"Epson", "HP"}));
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(set->ppds.at(i + 3)->path, set->ppds.at(i)->path);
+        QVERIFY(set->ppds.at(i + 3) != set->ppds.at(i));
+    }
+    QCOMPARE(set->models("HP"), QStringList({"A", "C", "A", "C"}));
+    // The first match is the record from the first read.
+    QCOMPARE(set->findByPath(kWork + "/b.ppd"), set->ppds.at(1));
+}
+
+void TestPpdDatabase::databasesAreReadInRegistrationOrder()
+{
+    touch(kWork + "/one/a.ppd");
+    touch(kWork + "/two/b.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/one\na.ppd;HP;A;x\n"));
+    QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "/two\nb.ppd;HP;B;y\n"));
+    PPDSet *forward = newSet();
+    forward->addDatabase(kAddedDb);
+    forward->addDatabase(kStd1Db);
+    forward->readDatabases();
+    QCOMPARE(forward->ppds.size(), 2);
+    // Each file keeps its own base folder.
+    QCOMPARE(forward->ppds.at(0)->path, kWork + "/two/b.ppd");
+    QCOMPARE(forward->ppds.at(1)->path, kWork + "/one/a.ppd");
+}
+
+void TestPpdDatabase::baseFolderIsUsedExactlyAsWritten()
+{
+    touch(kWork + "/a.ppd");
+    // A trailing separator is not expected and yields a double slash, which still
+    // resolves; trailing blanks are part of the folder name and do not resolve.
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/\na.ppd;HP;A;x\n"));
+    QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + " \na.ppd;HP;A;x\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->addDatabase(kAddedDb);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 1);
+    QCOMPARE(set->ppds.first()->path, kWork + "//a.ppd");
+}
+
+void TestPpdDatabase::windowsLineEndsAreAccepted()
+{
+    touch(kWork + "/a.ppd");
+    touch(kWork + "/b.ppd");
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\r\na.ppd;HP;A;PCL\r\nb.ppd;HP;B;PS"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 2);
+    QCOMPARE(set->ppds.at(0)->path, kWork + "/a.ppd");
+    QCOMPARE(set->ppds.at(0)->driver, QString("PCL"));
+    QCOMPARE(set->ppds.at(1)->driver, QString("PS"));
+}
+
+void TestPpdDatabase::existenceFollowsLinks()
+{
+    touch(kWork + "/real.ppd");
+    QVERIFY(QFile::link(kWork + "/real.ppd", kWork + "/good-link.ppd"));
+    QVERIFY(QFile::link(kWork + "/missing.ppd", kWork + "/dangling-link.ppd"));
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
+                                        "dangling-link.ppd;HP;Dangling;x\n"
+                                        "good-link.ppd;HP;Good;y\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 1);
+    QCOMPARE(set->ppds.first()->path, kWork + "/good-link.ppd");
+}
+
+void TestPpdDatabase::anyFileSystemObjectCountsAsExisting()
+{
+    QVERIFY(QDir().mkpath(kWork + "/folder.ppd"));
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\nfolder.ppd;HP;F;x\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 1);
+}
+
+void TestPpdDatabase::unreadableDatabaseIsSkipped()
+{
+    touch(kWork + "/a.ppd");
+    // The tests run as root, which ignores mode bits; a folder cannot be opened as a
+    // text file by anyone.
+    QVERIFY(QDir().mkpath(kWork + "/not-a-file.db"));
+    QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "\na.ppd;HP;A;x\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kWork + "/not-a-file.db");
+    set->addDatabase("/nonexistent/printdrivers.db");
+    set->addDatabase(kAddedDb);
+    set->readDatabases();
+    QVERIFY(set->loaded);
+    QCOMPARE(set->ppds.size(), 1);
+    QCOMPARE(set->ppds.first()->path, kWork + "/a.ppd");
+}
+
+void TestPpdDatabase::onlyTheFirstLineIsTheBaseFolder()
+{
+    touch(kWork + "/a.ppd");
+    // Looks like a driver line but, being first, names the base folder; the second line
+    // then composes "<first line>/a.ppd", which does not exist.
+    QVERIFY(sandbox::writeFile(kStd1Db, "a.ppd;HP;A;x\na.ppd;HP;A;x\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QVERIFY(set->ppds.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestPpdDatabase)
+#include "tst_ppddatabase.moc"

@@ -1,0 +1,379 @@
+// The catalogue loader: its own thread, the queued request and the completion signal.
+// Writes its databases under /tmp, so it runs in the sandbox.
+//
+// Qt 5 hands events between threads under futex-based locks that ThreadSanitizer does
+// not see. The tests therefore add their own, visible edges around each hand-over: a
+// gate (std::mutex + std::condition_variable) queued on the worker ahead of the load,
+// and a direct-connected completion record that the GUI side locks before it reads the
+// catalogue. These are the happens-before relations the loader relies on Qt for.
+
+#include "drivers/ppdset.h"
+#include "drivers/ppdsetloader.h"
+
+#include "support/sandbox.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QtTest>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QString kWork = QStringLiteral("/tmp/loadertest");
+const QString kDatabase = kWork + QStringLiteral("/std1.db");
+
+// Holds the worker thread until the test opens it.
+class Gate
+{
+public:
+    void open()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_open = true;
+        m_changed.notify_all();
+    }
+    // Returns false when the gate stayed shut for the whole time.
+    bool pass(std::chrono::milliseconds limit)
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_for(lock, limit, [this] { return m_open; });
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_open = false;
+};
+
+// What the worker records, on its own thread, when it emits completed().
+struct Completion
+{
+    int emitted() const
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return count;
+    }
+    QThread *emitter() const
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return thread;
+    }
+
+    mutable std::mutex mutex;
+    int count = 0;
+    QThread *thread = nullptr;
+};
+
+void watch(PPDSetLoader *loader, Completion *completion)
+{
+    QObject::connect(
+        loader, &PPDSetLoader::completed, loader,
+        [completion] {
+            std::lock_guard<std::mutex> lock(completion->mutex);
+            ++completion->count;
+            completion->thread = QThread::currentThread();
+        },
+        Qt::DirectConnection);
+}
+
+// Queues a wait on the gate in front of anything queued on the loader afterwards.
+void holdWorker(PPDSetLoader *loader, Gate *gate, std::atomic<bool> *heldTooLong)
+{
+    QMetaObject::invokeMethod(
+        loader,
+        [gate, heldTooLong] {
+            if (!gate->pass(std::chrono::seconds(20)))
+                *heldTooLong = true;
+        },
+        Qt::QueuedConnection);
+}
+
+void writeDatabase(const QStringList &files)
+{
+    QByteArray content = kWork.toUtf8() + "\n";
+    for (const QString &file : files) {
+        QVERIFY(sandbox::writeFile(kWork + "/" + file, "*PPD-Adobe: \"4.3\"\n"));
+        content += file.toUtf8() + ";Maker " + file.left(1).toUtf8() + ";Model;Driver\n";
+    }
+    QVERIFY(sandbox::writeFile(kDatabase, content));
+}
+
+std::mutex warningsMutex;
+QStringList warnings;
+QtMessageHandler previousHandler = nullptr;
+
+void recordWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (type == QtWarningMsg || type == QtCriticalMsg) {
+        std::lock_guard<std::mutex> lock(warningsMutex);
+        warnings.append(message);
+    }
+    previousHandler(type, context, message);
+}
+
+} // namespace
+
+class TestPpdSetLoader : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void livesOnItsOwnRunningThread();
+    void loadReturnsBeforeAnyFileIsRead();
+    void completedArrivesLaterOnTheGuiThread();
+    void secondLoadReadsTheDatabasesAgain();
+    void idleLoaderStopsAtOnceWhenDestroyed();
+    void destroyedWhileLoadingWaitsForTheLoad();
+
+private:
+    QList<PPDSet *> m_sets;
+    PPDSet *newSet();
+};
+
+void TestPpdSetLoader::initTestCase()
+{
+    REQUIRE_SANDBOX();
+    previousHandler = qInstallMessageHandler(recordWarnings);
+}
+
+void TestPpdSetLoader::init()
+{
+    sandbox::removePath(kWork);
+    std::lock_guard<std::mutex> lock(warningsMutex);
+    warnings.clear();
+}
+
+void TestPpdSetLoader::cleanup()
+{
+    for (PPDSet *set : qAsConst(m_sets)) {
+        qDeleteAll(set->ppds); // the catalogue itself never frees its records
+        delete set;
+    }
+    m_sets.clear();
+    // A request the meta-object system cannot queue is only reported as a warning.
+    std::lock_guard<std::mutex> lock(warningsMutex);
+    QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join('\n')));
+}
+
+PPDSet *TestPpdSetLoader::newSet()
+{
+    m_sets.append(new PPDSet);
+    return m_sets.last();
+}
+
+void TestPpdSetLoader::livesOnItsOwnRunningThread()
+{
+    PPDSetLoader loader;
+    QVERIFY(loader.parent() == nullptr);
+    QVERIFY(loader.thread() != QThread::currentThread());
+    QVERIFY(loader.thread()->isRunning());
+    QCOMPARE(loader.thread()->priority(), QThread::InheritPriority);
+    // The thread belongs to the loader: it is neither a child nor shared with others.
+    QVERIFY(loader.thread()->parent() == nullptr);
+    PPDSetLoader other;
+    QVERIFY(other.thread() != loader.thread());
+
+    const QMetaObject *meta = loader.metaObject();
+    QVERIFY(meta->indexOfSignal("completed()") >= 0);
+    QVERIFY(meta->indexOfSlot("load(PPDSet*)") >= 0);
+    const int doLoading = meta->indexOfSlot("doLoading(void*)");
+    QVERIFY(doLoading >= 0);
+    QCOMPARE(meta->method(doLoading).access(), QMetaMethod::Private);
+}
+
+void TestPpdSetLoader::loadReturnsBeforeAnyFileIsRead()
+{
+    PPDSet *set = newSet();
+    set->addDatabase(kDatabase);
+
+    PPDSetLoader loader;
+    Completion completion;
+    watch(&loader, &completion);
+    Gate gate;
+    std::atomic<bool> heldTooLong(false);
+    holdWorker(&loader, &gate, &heldTooLong);
+
+    loader.load(set);
+    // load() has returned while the worker is held: nothing is read yet.
+    QVERIFY(!set->loaded);
+    QVERIFY(set->ppds.isEmpty());
+    QCOMPARE(completion.emitted(), 0);
+
+    // The database and its drivers only come into being now, after load() returned, so
+    // finding them in the catalogue shows that the reading happened afterwards.
+    writeDatabase({"a.ppd", "b.ppd"});
+    gate.open();
+
+    QTRY_COMPARE(completion.emitted(), 1);
+    QVERIFY(!heldTooLong);
+    QVERIFY(set->loaded);
+    QCOMPARE(set->ppds.size(), 2);
+    QCOMPARE(set->ppds.at(0)->path, kWork + "/a.ppd");
+    QCOMPARE(set->ppds.at(1)->path, kWork + "/b.ppd");
+}
+
+void TestPpdSetLoader::completedArrivesLaterOnTheGuiThread()
+{
+    writeDatabase({"a.ppd", "b.ppd", "c.ppd"});
+    PPDSet *set = newSet();
+    set->addDatabase(kDatabase);
+
+    PPDSetLoader loader;
+    Completion completion;
+    watch(&loader, &completion);
+    Gate gate;
+    std::atomic<bool> heldTooLong(false);
+    holdWorker(&loader, &gate, &heldTooLong);
+
+    QObject receiver;
+    int arrivals = 0;
+    QThread *arrivedOn = nullptr;
+    int entriesOnArrival = -1;
+    int emittedOnArrival = -1;
+    connect(&loader, &PPDSetLoader::completed, &receiver, [&] {
+        ++arrivals;
+        arrivedOn = QThread::currentThread();
+        // Locking the record also orders the worker's writes before our reads.
+        emittedOnArrival = completion.emitted();
+        entriesOnArrival = set->ppds.size();
+    });
+
+    loader.load(set);
+    QCOMPARE(arrivals, 0);
+    gate.open();
+
+    QTRY_COMPARE(arrivals, 1);
+    QCOMPARE(arrivedOn, QThread::currentThread());
+    QCOMPARE(completion.emitter(), loader.thread());
+    QVERIFY(completion.emitter() != QThread::currentThread());
+    QCOMPARE(emittedOnArrival, 1);
+    QCOMPARE(entriesOnArrival, 3);
+    QVERIFY(set->loaded);
+    QVERIFY(!heldTooLong);
+
+    // One load, one signal.
+    QTest::qWait(100);
+    QCOMPARE(arrivals, 1);
+    QCOMPARE(completion.emitted(), 1);
+}
+
+void TestPpdSetLoader::secondLoadReadsTheDatabasesAgain()
+{
+    writeDatabase({"a.ppd", "b.ppd"});
+    PPDSet *set = newSet();
+    set->addDatabase(kDatabase);
+
+    PPDSetLoader loader;
+    Completion completion;
+    watch(&loader, &completion);
+
+    Gate first;
+    std::atomic<bool> heldTooLong(false);
+    holdWorker(&loader, &first, &heldTooLong);
+    loader.load(set);
+    first.open();
+    QTRY_COMPARE(completion.emitted(), 1);
+    QCOMPARE(set->ppds.size(), 2);
+
+    Gate second;
+    holdWorker(&loader, &second, &heldTooLong);
+    loader.load(set);
+    second.open();
+    QTRY_COMPARE(completion.emitted(), 2);
+    QVERIFY(!heldTooLong);
+    QCOMPARE(set->ppds.size(), 4);
+    QStringList manufacturers = set->manufacturers();
+    std::sort(manufacturers.begin(), manufacturers.end());
+    QCOMPARE(manufacturers, QStringList({"Maker a", "Maker b"}));
+}
+
+void TestPpdSetLoader::idleLoaderStopsAtOnceWhenDestroyed()
+{
+    auto *loader = new PPDSetLoader;
+    QThread *thread = loader->thread();
+    QVERIFY(thread->isRunning());
+    std::atomic<bool> finished(false);
+    connect(thread, &QThread::finished, thread, [&finished] { finished = true; },
+            Qt::DirectConnection);
+
+    QElapsedTimer timer;
+    timer.start();
+    delete loader;
+    const qint64 elapsed = timer.elapsed();
+
+    QVERIFY(finished);
+    // Quitting an idle event loop is immediate; the bound only leaves room for slow
+    // sanitizer builds.
+    QVERIFY2(elapsed < 2000, qPrintable(QString::number(elapsed) + " ms"));
+}
+
+void TestPpdSetLoader::destroyedWhileLoadingWaitsForTheLoad()
+{
+    // The database is a named pipe: opening it for reading blocks the worker inside
+    // doLoading() until this test opens the other end, so the loader is destroyed while
+    // its load is certainly running.
+    QVERIFY(QDir().mkpath(kWork));
+    QVERIFY(::mkfifo(QFile::encodeName(kDatabase).constData(), 0600) == 0);
+    QByteArray content = kWork.toUtf8() + "\n";
+    for (const char *file : {"a.ppd", "b.ppd", "c.ppd"}) {
+        QVERIFY(sandbox::writeFile(kWork + "/" + file, "*PPD-Adobe: \"4.3\"\n"));
+        content += QByteArray(file) + ";HP;Model;Driver\n";
+    }
+    PPDSet *set = newSet();
+    set->addDatabase(kDatabase);
+
+    auto *loader = new PPDSetLoader;
+    Completion completion;
+    watch(loader, &completion);
+    Gate gate;
+    gate.open(); // passes at once; only orders our set-up before the worker's reads
+    std::atomic<bool> heldTooLong(false);
+    holdWorker(loader, &gate, &heldTooLong);
+    loader->load(set);
+
+    // A writer can open a pipe without blocking only once a reader has it open.
+    int pipe = -1;
+    QElapsedTimer waiting;
+    waiting.start();
+    while (pipe < 0 && waiting.elapsed() < 20000) {
+        pipe = ::open(QFile::encodeName(kDatabase).constData(), O_WRONLY | O_NONBLOCK);
+        if (pipe < 0)
+            QThread::msleep(5);
+    }
+    QVERIFY2(pipe >= 0, "the worker never opened the database");
+
+    std::thread writer([pipe, content] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const ssize_t written = ::write(pipe, content.constData(), size_t(content.size()));
+        Q_UNUSED(written);
+        ::close(pipe);
+    });
+    QElapsedTimer timer;
+    timer.start();
+    delete loader;
+    const qint64 elapsed = timer.elapsed();
+    writer.join();
+
+    QVERIFY(!heldTooLong);
+    QCOMPARE(completion.emitted(), 1);
+    QVERIFY(set->loaded);
+    QCOMPARE(set->ppds.size(), 3);
+    QVERIFY2(elapsed >= 250, qPrintable(QString::number(elapsed) + " ms"));
+}
+
+QTEST_GUILESS_MAIN(TestPpdSetLoader)
+#include "tst_ppdsetloader.moc"
