@@ -61,10 +61,15 @@ real_cups_start() {
     rmdir "$hostroot"
 
     # run-in-sandbox gave this mode a network namespace of its own; its loopback
-    # interface starts down.
-    if ! ip link set lo up 2>/dev/null; then
-        real_cups_fail "cannot bring up the sandbox's loopback interface (is iproute2 installed?)"
-    fi
+    # interface starts down. Python raises it, so the mode needs no further package.
+    "$python" - <<'PYTHON' || real_cups_fail "cannot bring up the sandbox's loopback interface"
+import fcntl, socket, struct
+SIOCGIFFLAGS, SIOCSIFFLAGS, IFF_UP = 0x8913, 0x8914, 0x1
+with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+    request = struct.pack("16sH14s", b"lo", 0, b"")
+    flags = struct.unpack("16sH14s", fcntl.ioctl(s, SIOCGIFFLAGS, request))[1]
+    fcntl.ioctl(s, SIOCSIFFLAGS, struct.pack("16sH14s", b"lo", flags | IFF_UP, b""))
+PYTHON
 
     local dir
     for dir in /var/spool/cups /var/cache/cups /var/log/cups /run/cups; do
