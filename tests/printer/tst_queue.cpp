@@ -22,9 +22,9 @@ Printer office()
     return p;
 }
 
-const QString officeLpadmin = QStringLiteral(
-    "lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' "
-    "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E");
+const QString officeLpadmin =
+    QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' "
+                   "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E");
 
 // A shell runner that notes when each command line arrived and answers every one with
 // the given exit status, so tests can look at timing and at failing commands.
@@ -80,7 +80,8 @@ private slots:
         Printer::setDefaultPrinterName(QStringLiteral("Other"));
         ShellRecorder shell;
         office().Install();
-        QCOMPARE(shell.commands(), QStringList({officeLpadmin, QStringLiteral("cupsaccept Office")}));
+        QCOMPARE(shell.commands(),
+                 QStringList({officeLpadmin, QStringLiteral("cupsaccept Office")}));
     }
 
     void installWithoutAnyDefaultPrinterRunsTwoCommands()
@@ -104,8 +105,9 @@ private slots:
         TimedShell shell;
         office().Install();
         QCOMPARE(shell.commands().size(), 2);
-        QVERIFY2(shell.gap(0, 1) >= 0.5,
-                 qPrintable(QStringLiteral("cupsaccept came %1 s after lpadmin").arg(shell.gap(0, 1))));
+        QVERIFY2(
+            shell.gap(0, 1) >= 0.5,
+            qPrintable(QStringLiteral("cupsaccept came %1 s after lpadmin").arg(shell.gap(0, 1))));
     }
 
     void installDoesNotWaitAfterCupsaccept()
@@ -115,7 +117,8 @@ private slots:
         office().Install();
         QCOMPARE(shell.commands().size(), 3);
         QVERIFY2(shell.gap(1, 2) < 0.4,
-                 qPrintable(QStringLiteral("lpadmin -d came %1 s after cupsaccept").arg(shell.gap(1, 2))));
+                 qPrintable(
+                     QStringLiteral("lpadmin -d came %1 s after cupsaccept").arg(shell.gap(1, 2))));
     }
 
     void installWithAnEmptyDeviceUriPassesAnEmptyQuotedUri()
@@ -170,8 +173,9 @@ private slots:
         Printer::setDefaultPrinterName(QStringLiteral("Office"));
         TimedShell failing(1);
         office().Install();
-        QCOMPARE(failing.commands(), QStringList({officeLpadmin, QStringLiteral("cupsaccept Office"),
-                                                  QStringLiteral("lpadmin -d Office")}));
+        QCOMPARE(failing.commands(),
+                 QStringList({officeLpadmin, QStringLiteral("cupsaccept Office"),
+                              QStringLiteral("lpadmin -d Office")}));
     }
 
     void setCupsDefaultRunsLpadminDOnlyForTheDefaultPrinter()
@@ -199,8 +203,9 @@ private slots:
     {
         ShellRecorder shell;
         office().Uninstall();
-        QCOMPARE(shell.commands(), QStringList({QStringLiteral("lpadmin -x Office"),
-                                                QStringLiteral("rm /tmp/config/files/cups/Office.ppd")}));
+        QCOMPARE(shell.commands(),
+                 QStringList({QStringLiteral("lpadmin -x Office"),
+                              QStringLiteral("rm /tmp/config/files/cups/Office.ppd")}));
     }
 
     void uninstallOfTheDefaultPrinterDoesNotTouchTheCupsDefault()
@@ -215,8 +220,9 @@ private slots:
     {
         TimedShell failing(1);
         office().Uninstall();
-        QCOMPARE(failing.commands(), QStringList({QStringLiteral("lpadmin -x Office"),
-                                                  QStringLiteral("rm /tmp/config/files/cups/Office.ppd")}));
+        QCOMPARE(failing.commands(),
+                 QStringList({QStringLiteral("lpadmin -x Office"),
+                              QStringLiteral("rm /tmp/config/files/cups/Office.ppd")}));
     }
 
     void uninstallWithoutQueueOrStagedPpdRunsBothForReal()

@@ -42,7 +42,8 @@ QString jobsDir()
 // Complete jobs the loopback printer has received so far ("job-N", without ".part").
 int receivedJobs()
 {
-    return QDir(jobsDir()).entryList({QStringLiteral("job-*")}, QDir::Files)
+    return QDir(jobsDir())
+        .entryList({QStringLiteral("job-*")}, QDir::Files)
         .filter(QRegularExpression(QStringLiteral("^job-\\d+$")))
         .size();
 }
@@ -111,13 +112,17 @@ private slots:
     void initTestCase()
     {
         REQUIRE_SANDBOX();
-        if (!qEnvironmentVariableIsSet("CUPS_SERVER") || !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT"))
+        if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
+            !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT"))
             QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
-        m_printerUri = QStringLiteral("socket://127.0.0.1:%1").arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+        m_printerUri = QStringLiteral("socket://127.0.0.1:%1")
+                           .arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
         const Run status = run(QStringLiteral("lpstat"), {QStringLiteral("-r")});
-        QVERIFY2(status.output.contains(QLatin1String("scheduler is running")), qPrintable(status.output));
-        for (const QString &path : {rawTextPpd, postScriptPpd, QStringLiteral("/usr/share/cups/data/test.ps"),
-                                    QStringLiteral("/usr/share/cups/data/textonly.prn")})
+        QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
+                 qPrintable(status.output));
+        for (const QString &path :
+             {rawTextPpd, postScriptPpd, QStringLiteral("/usr/share/cups/data/test.ps"),
+              QStringLiteral("/usr/share/cups/data/textonly.prn")})
             QVERIFY2(!fixture(path).isEmpty(), qPrintable(path));
     }
 
@@ -127,20 +132,25 @@ private slots:
     {
         Printer p = record(QStringLiteral("Office"), postScriptPpd);
         p.Install();
-        const Run state = run(QStringLiteral("lpstat"), {QStringLiteral("-p"), QStringLiteral("Office")});
+        const Run state =
+            run(QStringLiteral("lpstat"), {QStringLiteral("-p"), QStringLiteral("Office")});
         QCOMPARE(state.status, 0);
         QVERIFY2(state.output.startsWith(QLatin1String("printer Office is idle.  enabled")),
                  qPrintable(state.output));
-        const Run accepting = run(QStringLiteral("lpstat"), {QStringLiteral("-a"), QStringLiteral("Office")});
+        const Run accepting =
+            run(QStringLiteral("lpstat"), {QStringLiteral("-a"), QStringLiteral("Office")});
         QVERIFY2(accepting.output.startsWith(QLatin1String("Office accepting requests")),
                  qPrintable(accepting.output));
-        const Run device = run(QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Office")});
+        const Run device =
+            run(QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Office")});
         QCOMPARE(device.output.trimmed(), QStringLiteral("device for Office: ") + m_printerUri);
         const Run info = run(QStringLiteral("lpstat"), {QStringLiteral("-l"), QStringLiteral("-p"),
                                                         QStringLiteral("Office")});
-        QVERIFY2(info.output.contains(QLatin1String("Description: Office")), qPrintable(info.output));
+        QVERIFY2(info.output.contains(QLatin1String("Description: Office")),
+                 qPrintable(info.output));
         // The scheduler keeps its own copy of the PPD.
-        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")), fixture(postScriptPpd));
+        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")),
+                 fixture(postScriptPpd));
         QVERIFY2(!cupsDefault().contains(QLatin1String("Office")), qPrintable(cupsDefault()));
     }
 
@@ -168,7 +178,8 @@ private slots:
         Printer p = record(QStringLiteral("Swap"), rawTextPpd);
         p.device_uri = QStringLiteral("socket://127.0.0.1:9");
         p.Install();
-        const Run device = run(QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Swap")});
+        const Run device =
+            run(QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Swap")});
         QCOMPARE(device.output.trimmed(), QStringLiteral("device for Swap: socket://127.0.0.1:9"));
         QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Swap.ppd")), fixture(rawTextPpd));
     }
@@ -180,17 +191,18 @@ private slots:
         const int before = receivedJobs();
         p.PrintTestPage();
         const QByteArray expected =
-            fixture(QStringLiteral("/usr/share/cups/data/textonly.prn"))
-            + QByteArray("\tName:\t\tReceipts\r\n\r\n"
-                         "\tClass:\t\tnetwork\r\n\r\n"
-                         "\tModel:\t\tLoopback\r\n\r\n"
-                         "\tDevice:\t\t")
-            + m_printerUri.toUtf8()
-            + QByteArray("\r\n\r\n"
-                         "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
-                         "\tWindows Driver:\tGeneric / Text Only\r\n\r\n"
-                         "\tPaper Size:\tA4\r\n\r\n"
-                         "\r\n\x0c");
+            fixture(QStringLiteral("/usr/share/cups/data/textonly.prn")) +
+            QByteArray("\tName:\t\tReceipts\r\n\r\n"
+                       "\tClass:\t\tnetwork\r\n\r\n"
+                       "\tModel:\t\tLoopback\r\n\r\n"
+                       "\tDevice:\t\t") +
+            m_printerUri.toUtf8() +
+            QByteArray(
+                "\r\n\r\n"
+                "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
+                "\tWindows Driver:\tGeneric / Text Only\r\n\r\n"
+                "\tPaper Size:\tA4\r\n\r\n"
+                "\r\n\x0c");
         const QByteArray received = waitForJob(before + 1);
         QVERIFY2(!received.isEmpty(), schedulerLogTail().constData());
         QCOMPARE(received, expected);
@@ -227,8 +239,9 @@ private slots:
     {
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         record(QStringLiteral("Never"), postScriptPpd).Uninstall();
-        QCOMPARE(shell.commands(), QStringList({QStringLiteral("lpadmin -x Never"),
-                                                QStringLiteral("rm /tmp/config/files/cups/Never.ppd")}));
+        QCOMPARE(shell.commands(),
+                 QStringList({QStringLiteral("lpadmin -x Never"),
+                              QStringLiteral("rm /tmp/config/files/cups/Never.ppd")}));
         QVERIFY(!queueExists(QStringLiteral("Never")));
     }
 
@@ -236,7 +249,8 @@ private slots:
     {
         Printer::setDefaultPrinterName(QStringLiteral("NoDriver"));
         const QString defaultBefore = cupsDefault();
-        Printer p = record(QStringLiteral("NoDriver"), QStringLiteral("/usr/share/ppd/std1/missing.ppd"));
+        Printer p =
+            record(QStringLiteral("NoDriver"), QStringLiteral("/usr/share/ppd/std1/missing.ppd"));
         QElapsedTimer clock;
         clock.start();
         {
@@ -258,7 +272,8 @@ private slots:
     {
         // Point the tools at a socket nobody listens on: to them CUPS is not running.
         const QByteArray server = qgetenv("CUPS_SERVER");
-        const QString deadSocket = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/no-cupsd.sock");
+        const QString deadSocket =
+            qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/no-cupsd.sock");
         qputenv("CUPS_SERVER", deadSocket.toLocal8Bit());
         Printer::setDefaultPrinterName(QStringLiteral("Offline"));
         Printer p = record(QStringLiteral("Offline"), rawTextPpd);
@@ -277,13 +292,14 @@ private slots:
 
         QCOMPARE(commands.size(), 7);
         QVERIFY(commands.at(0).startsWith(QLatin1String("lpadmin  -p Offline ")));
-        QCOMPARE(commands.mid(1), QStringList({QStringLiteral("cupsaccept Offline"),
-                                               QStringLiteral("lpadmin -d Offline"),
-                                               QStringLiteral("cat /usr/share/cups/data/textonly.prn "
-                                                              "/tmp/prtestinfo > /tmp/prtest"),
-                                               QStringLiteral("lp -d Offline /tmp/prtest"),
-                                               QStringLiteral("lpadmin -x Offline"),
-                                               QStringLiteral("rm /tmp/config/files/cups/Offline.ppd")}));
+        QCOMPARE(
+            commands.mid(1),
+            QStringList({QStringLiteral("cupsaccept Offline"), QStringLiteral("lpadmin -d Offline"),
+                         QStringLiteral("cat /usr/share/cups/data/textonly.prn "
+                                        "/tmp/prtestinfo > /tmp/prtest"),
+                         QStringLiteral("lp -d Offline /tmp/prtest"),
+                         QStringLiteral("lpadmin -x Offline"),
+                         QStringLiteral("rm /tmp/config/files/cups/Offline.ppd")}));
         QVERIFY2(elapsed < 30000, "no command may hang while CUPS is down");
         // The real scheduler never heard of it.
         QVERIFY(!queueExists(QStringLiteral("Offline")));

@@ -58,18 +58,24 @@ private slots:
     {
         ShellRecorder shell;
         rawPrinter().PrintTestPage();
-        QCOMPARE(shell.commands(), QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
+        QCOMPARE(shell.commands(),
+                 QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
     }
 
     void otherPpdGetsThePostScriptPage_data()
     {
         QTest::addColumn<QString>("ppd");
         QTest::newRow("empty") << QString();
-        QTest::newRow("postscript") << QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
-        QTest::newRow("cups text-only") << QStringLiteral("/usr/share/ppd/cups-included/textonly.ppd");
-        QTest::newRow("pcl") << QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
-        QTest::newRow("other case") << QStringLiteral("/usr/share/ppd/std1/Generic/-generic-text-only-raw.ppd");
-        QTest::newRow("without leading dash") << QStringLiteral("/usr/share/ppd/Generic-Text-Only-Raw.ppd");
+        QTest::newRow("postscript")
+            << QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
+        QTest::newRow("cups text-only")
+            << QStringLiteral("/usr/share/ppd/cups-included/textonly.ppd");
+        QTest::newRow("pcl") << QStringLiteral(
+            "/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
+        QTest::newRow("other case")
+            << QStringLiteral("/usr/share/ppd/std1/Generic/-generic-text-only-raw.ppd");
+        QTest::newRow("without leading dash")
+            << QStringLiteral("/usr/share/ppd/Generic-Text-Only-Raw.ppd");
     }
 
     void otherPpdGetsThePostScriptPage()
@@ -90,7 +96,8 @@ private slots:
         p.ppd = QStringLiteral("/tmp/config/files/cups/copy-of--Generic-Text-Only-Raw.ppd.orig");
         ShellRecorder shell;
         p.PrintTestPage();
-        QCOMPARE(shell.commands(), QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
+        QCOMPARE(shell.commands(),
+                 QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
     }
 
     void settingsFileHoldsTheSevenEntriesAndTheClosingFormFeed()
@@ -106,15 +113,17 @@ private slots:
         p.ppd = rawTextPpd;
         ShellRecorder shell;
         p.PrintTestPage();
-        QCOMPARE(sandbox::readFile(settingsFile),
-                 QByteArray("\tName:\t\t\r\n\r\n"
-                            "\tClass:\t\t\r\n\r\n"
-                            "\tModel:\t\t\r\n\r\n"
-                            "\tDevice:\t\t\r\n\r\n"
-                            "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
-                            "\tWindows Driver:\t\r\n\r\n"
-                            "\tPaper Size:\t\r\n\r\n"
-                            "\r\n\x0c"));
+        QCOMPARE(
+            sandbox::readFile(settingsFile),
+            QByteArray(
+                "\tName:\t\t\r\n\r\n"
+                "\tClass:\t\t\r\n\r\n"
+                "\tModel:\t\t\r\n\r\n"
+                "\tDevice:\t\t\r\n\r\n"
+                "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
+                "\tWindows Driver:\t\r\n\r\n"
+                "\tPaper Size:\t\r\n\r\n"
+                "\r\n\x0c"));
         QCOMPARE(shell.commands().last(), QStringLiteral("lp -d  /tmp/prtest"));
     }
 
@@ -139,29 +148,33 @@ private slots:
 
     void printedPageIsTheTextPreambleFollowedByTheSettings()
     {
-        const QByteArray preamble = sandbox::readFile(QStringLiteral("/usr/share/cups/data/textonly.prn"));
+        const QByteArray preamble =
+            sandbox::readFile(QStringLiteral("/usr/share/cups/data/textonly.prn"));
         QVERIFY2(!preamble.isEmpty(), "the sandbox provides a text printer preamble");
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         rawPrinter().PrintTestPage();
         QCOMPARE(sandbox::readFile(pageFile), preamble + rawPrinterSettings);
         // The fake lp kept what it was asked to print.
-        QCOMPARE(sandbox::fakeCalls(), QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"),
-                                                            QStringLiteral("Receipts"), pageFile}}));
+        QCOMPARE(sandbox::fakeCalls(),
+                 QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"),
+                                      QStringLiteral("Receipts"), pageFile}}));
         const QString job = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/lp-job-1");
         QCOMPARE(sandbox::readFile(job), preamble + rawPrinterSettings);
     }
 
     void postScriptPageIsPrintedFromTheCupsDataFolder()
     {
-        const QByteArray testPage = sandbox::readFile(QStringLiteral("/usr/share/cups/data/test.ps"));
+        const QByteArray testPage =
+            sandbox::readFile(QStringLiteral("/usr/share/cups/data/test.ps"));
         QVERIFY2(testPage.startsWith("%!"), "the sandbox provides a PostScript test page");
         Printer p = rawPrinter();
         p.ppd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         p.PrintTestPage();
         QCOMPARE(sandbox::fakeCalls(),
-                 QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"), QStringLiteral("Receipts"),
-                                      QStringLiteral("/usr/share/cups/data/test.ps")}}));
+                 QList<QStringList>(
+                     {{QStringLiteral("lp"), QStringLiteral("-d"), QStringLiteral("Receipts"),
+                       QStringLiteral("/usr/share/cups/data/test.ps")}}));
         const QString job = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/lp-job-1");
         QCOMPARE(sandbox::readFile(job), testPage);
         QVERIFY(!QFileInfo::exists(pageFile));
@@ -189,7 +202,8 @@ private slots:
         QVERIFY(QDir().mkpath(settingsFile));
         ShellRecorder shell;
         rawPrinter().PrintTestPage();
-        QCOMPARE(shell.commands(), QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
+        QCOMPARE(shell.commands(),
+                 QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
         QVERIFY(QFileInfo(settingsFile).isDir());
         sandbox::removePath(settingsFile);
     }
