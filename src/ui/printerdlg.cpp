@@ -128,9 +128,10 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
         command += QLatin1String(" >/tmp/");
         command += ppdFile;
         zeq::System::ExecShell(command);
-        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile + QLatin1String(" /etc/cups/ppd"));
-        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile + QLatin1Char(' ')
-                               + paths::stagingFolder());
+        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile +
+                               QLatin1String(" /etc/cups/ppd"));
+        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile + QLatin1Char(' ') +
+                               paths::stagingFolder());
     }
 
     zeq::System::ExecShell(QStringLiteral("init_ica"));

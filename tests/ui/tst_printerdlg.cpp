@@ -103,9 +103,9 @@ void TestPrinterDlg::widgetsAreCreatedInFormOrderInsideTheCentralWidget()
         if (object->isWidgetType())
             names << object->objectName();
     }
-    const QStringList expected = {"bClose",   "liBottom", "liTop",   "lIcon",   "lTitle",
-                                  "bDelete",  "bAdd",     "lwPrinters", "bDefault", "bTest",
-                                  "bEdit",    "lIcon_2",  "lIcon_3", "lIcon_4", "lIcon_5"};
+    const QStringList expected = {"bClose",  "liBottom", "liTop",      "lIcon",    "lTitle",
+                                  "bDelete", "bAdd",     "lwPrinters", "bDefault", "bTest",
+                                  "bEdit",   "lIcon_2",  "lIcon_3",    "lIcon_4",  "lIcon_5"};
     QCOMPARE(names, expected);
     QCOMPARE(window.objectName(), QStringLiteral("MainWindow"));
     // The central widget fills the whole window: no menu bar or status bar take room.
@@ -122,29 +122,27 @@ void TestPrinterDlg::everyWidgetHasItsGeometryTextAndToolTip_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("toolTip");
 
-    QTest::newRow("lIcon") << "lIcon" << "QLabel" << QRect(20, 20, 41, 40) << "" << "";
-    QTest::newRow("lTitle") << "lTitle" << "QLabel" << QRect(70, 25, 171, 25)
-                            << "Printer Configuration" << "";
-    QTest::newRow("liTop") << "liTop" << "QFrame" << QRect(0, 70, 441, 20) << "" << "";
-    QTest::newRow("lwPrinters") << "lwPrinters" << "QListWidget" << QRect(10, 90, 291, 221) << ""
-                                << "";
-    QTest::newRow("bTest") << "bTest" << "QPushButton" << QRect(310, 90, 121, 31) << "Test"
-                           << "Print test page";
-    QTest::newRow("lIcon_5") << "lIcon_5" << "QLabel" << QRect(320, 140, 32, 40) << "" << "";
-    QTest::newRow("bDefault") << "bDefault" << "QPushButton" << QRect(348, 140, 83, 31)
-                              << "Default" << "Set default printer";
-    QTest::newRow("lIcon_2") << "lIcon_2" << "QLabel" << QRect(320, 196, 32, 40) << "" << "";
-    QTest::newRow("bAdd") << "bAdd" << "QPushButton" << QRect(349, 200, 82, 31) << "Add"
-                          << "Add Printer";
-    QTest::newRow("lIcon_3") << "lIcon_3" << "QLabel" << QRect(320, 240, 32, 40) << "" << "";
-    QTest::newRow("bEdit") << "bEdit" << "QPushButton" << QRect(350, 240, 81, 31) << "Edit"
-                           << "Edit Printer";
-    QTest::newRow("lIcon_4") << "lIcon_4" << "QLabel" << QRect(320, 280, 32, 40) << "" << "";
-    QTest::newRow("bDelete") << "bDelete" << "QPushButton" << QRect(349, 280, 82, 31)
-                             << "Delete" << "Delete Printer";
-    QTest::newRow("liBottom") << "liBottom" << "QFrame" << QRect(0, 320, 441, 16) << "" << "";
-    QTest::newRow("bClose") << "bClose" << "QPushButton" << QRect(310, 340, 121, 31) << "&Close"
-                            << "";
+    const auto row = [](const char *name, const char *className, const QRect &geometry,
+                        const char *text, const char *toolTip) {
+        QTest::newRow(name) << QString::fromLatin1(name) << QString::fromLatin1(className)
+                            << geometry << QString::fromLatin1(text)
+                            << QString::fromLatin1(toolTip);
+    };
+    row("lIcon", "QLabel", QRect(20, 20, 41, 40), "", "");
+    row("lTitle", "QLabel", QRect(70, 25, 171, 25), "Printer Configuration", "");
+    row("liTop", "QFrame", QRect(0, 70, 441, 20), "", "");
+    row("lwPrinters", "QListWidget", QRect(10, 90, 291, 221), "", "");
+    row("bTest", "QPushButton", QRect(310, 90, 121, 31), "Test", "Print test page");
+    row("lIcon_5", "QLabel", QRect(320, 140, 32, 40), "", "");
+    row("bDefault", "QPushButton", QRect(348, 140, 83, 31), "Default", "Set default printer");
+    row("lIcon_2", "QLabel", QRect(320, 196, 32, 40), "", "");
+    row("bAdd", "QPushButton", QRect(349, 200, 82, 31), "Add", "Add Printer");
+    row("lIcon_3", "QLabel", QRect(320, 240, 32, 40), "", "");
+    row("bEdit", "QPushButton", QRect(350, 240, 81, 31), "Edit", "Edit Printer");
+    row("lIcon_4", "QLabel", QRect(320, 280, 32, 40), "", "");
+    row("bDelete", "QPushButton", QRect(349, 280, 82, 31), "Delete", "Delete Printer");
+    row("liBottom", "QFrame", QRect(0, 320, 441, 16), "", "");
+    row("bClose", "QPushButton", QRect(310, 340, 121, 31), "&Close", "");
 }
 
 void TestPrinterDlg::everyWidgetHasItsGeometryTextAndToolTip()
@@ -209,11 +207,16 @@ void TestPrinterDlg::decorationLabelsShowTheirResourcePictures_data()
 {
     QTest::addColumn<QString>("label");
     QTest::addColumn<QString>("file");
-    QTest::newRow("title icon") << "lIcon" << "print32.png";
-    QTest::newRow("beside Default") << "lIcon_5" << "default.png";
-    QTest::newRow("beside Add") << "lIcon_2" << "add.png";
-    QTest::newRow("beside Edit") << "lIcon_3" << "edit.png";
-    QTest::newRow("beside Delete") << "lIcon_4" << "delete.png";
+    QTest::newRow("title icon") << "lIcon"
+                                << "print32.png";
+    QTest::newRow("beside Default") << "lIcon_5"
+                                    << "default.png";
+    QTest::newRow("beside Add") << "lIcon_2"
+                                << "add.png";
+    QTest::newRow("beside Edit") << "lIcon_3"
+                                 << "edit.png";
+    QTest::newRow("beside Delete") << "lIcon_4"
+                                   << "delete.png";
 }
 
 void TestPrinterDlg::decorationLabelsShowTheirResourcePictures()
@@ -527,8 +530,8 @@ void TestPrinterDlg::itemCarriesItsRecordAsVoidPointerUnderUserRole()
 
 void TestPrinterDlg::listOrderFollowsThePrinterMapNotTheNames()
 {
-    const QStringList names = {"Alpha", "Bravo", "Charlie", "Delta",
-                               "Echo",  "Foxtrot", "Golf", "Hotel"};
+    const QStringList names = {"Alpha", "Bravo",   "Charlie", "Delta",
+                               "Echo",  "Foxtrot", "Golf",    "Hotel"};
     for (const QString &name : names)
         seed(local(name));
 

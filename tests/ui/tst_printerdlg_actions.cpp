@@ -76,7 +76,8 @@ QStringList stagingCommands(const QString &name, const QString &paperSize)
                 .arg(name, paperSize),
             QStringLiteral("cp /tmp/%1.ppd /etc/cups/ppd").arg(name),
             QStringLiteral("cp /tmp/%1.ppd /tmp/config/files/cups").arg(name),
-            QStringLiteral("init_ica"), QStringLiteral("CitrixCUPSPrinter"),
+            QStringLiteral("init_ica"),
+            QStringLiteral("CitrixCUPSPrinter"),
             QStringLiteral("waitforCUPS&")};
 }
 
@@ -103,7 +104,8 @@ QStringList registryListing()
     QStringList listing;
     const QDir folder(paths::registryFolder());
     for (const QString &file : folder.entryList(QDir::Files, QDir::Name))
-        listing << file + QLatin1Char('=') + QString::fromUtf8(sandbox::readFile(folder.filePath(file)));
+        listing << file + QLatin1Char('=') +
+                       QString::fromUtf8(sandbox::readFile(folder.filePath(file)));
     return listing;
 }
 
@@ -280,8 +282,7 @@ void TestPrinterDlgActions::deleteRemovesRecordQueueAndStagedFileThenStartsWaitS
     StepRecorder shell(recordPath(QStringLiteral("Desk")), list);
     button("bDelete")->click();
 
-    QCOMPARE(shell.commands(), QStringList({"lpadmin -x Desk",
-                                            "rm /tmp/config/files/cups/Desk.ppd",
+    QCOMPARE(shell.commands(), QStringList({"lpadmin -x Desk", "rm /tmp/config/files/cups/Desk.ppd",
                                             "waitforCUPS&"}));
     const QList<Step> steps = shell.steps();
     // The record file is gone before the queue is removed...
@@ -334,8 +335,8 @@ void TestPrinterDlgActions::deleteRunsAgainstTheSandboxedTools()
     button("bDelete")->click();
 
     QVERIFY(!QFile::exists(staged));
-    QTRY_COMPARE(sandbox::fakeCalls(), QList<QStringList>({{"lpadmin", "-x", "Desk"},
-                                                            {"waitforCUPS"}}));
+    QTRY_COMPARE(sandbox::fakeCalls(),
+                 QList<QStringList>({{"lpadmin", "-x", "Desk"}, {"waitforCUPS"}}));
     QCOMPARE(list->count(), 0);
 }
 
@@ -373,8 +374,8 @@ void TestPrinterDlgActions::afterDefaultExactlyOneItemShowsADefaultIcon()
     openWindow();
 
     ShellRecorder shell;
-    for (const QString &chosen : {QStringLiteral("Hall"), QStringLiteral("Lab"),
-                                  QStringLiteral("Annex")}) {
+    for (const QString &chosen :
+         {QStringLiteral("Hall"), QStringLiteral("Lab"), QStringLiteral("Annex")}) {
         select(chosen);
         button("bDefault")->click();
 
@@ -679,8 +680,8 @@ void TestPrinterDlgActions::editWithoutChangesRebuildsQueueAndRestages()
     // ...and still the queue is removed and created again, its PPD restaged and the
     // device scripts started.
     QStringList expected = {"lpadmin -x Office", "rm /tmp/config/files/cups/Office.ppd",
-                            "lpadmin  -p Office -D 'Office' -v 'socket://10.0.0.5:9100' -P '"
-                                + builtinDrivers.at(0) + "' -E",
+                            "lpadmin  -p Office -D 'Office' -v 'socket://10.0.0.5:9100' -P '" +
+                                builtinDrivers.at(0) + "' -E",
                             "cupsaccept Office", "lpadmin -d Office"};
     expected += stagingCommands(QStringLiteral("Office"), QStringLiteral("A4"));
     QCOMPARE(shell.commands(), expected);
