@@ -31,9 +31,9 @@ const QString newPrinterPpd =
     QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
 
 // Labels of the summary table, by row; also the first values of its second column.
-const QStringList summaryLabels = {
-    QStringLiteral("Name"),       QStringLiteral("CUPS Driver"), QStringLiteral("Windows Driver"),
-    QStringLiteral("Connection"), QStringLiteral("Default"),     QStringLiteral("Paper Size")};
+const QStringList summaryLabels = {QStringLiteral("Name"),           QStringLiteral("CUPS Driver"),
+                                   QStringLiteral("Windows Driver"), QStringLiteral("Connection"),
+                                   QStringLiteral("Default"),        QStringLiteral("Paper Size")};
 
 } // namespace
 
@@ -315,7 +315,8 @@ void WizardDlg::setupConnection()
         sbPort->hide();
         lQueue->show();
         leQueue->show();
-        leQueue->setText(url.path(QUrl::FullyDecoded).remove(QRegularExpression(QStringLiteral("^/"))));
+        leQueue->setText(
+            url.path(QUrl::FullyDecoded).remove(QRegularExpression(QStringLiteral("^/"))));
         printer->printer_class = networkClass;
     } else {
         lHost->hide();

@@ -25,7 +25,8 @@ namespace {
 
 const QString name = QStringLiteral("Office");
 const QString postScriptPpd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
-const QString pclPpd = QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_5e_Printer-ljet4d.ppd");
+const QString pclPpd =
+    QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_5e_Printer-ljet4d.ppd");
 const QString queuePpd = QStringLiteral("/etc/cups/ppd/Office.ppd");
 const QString stagedPpd = QStringLiteral("/tmp/config/files/cups/Office.ppd");
 
@@ -107,8 +108,7 @@ private slots:
     void deletingPrinterRemovesRecordQueueAndStagedPpd();
 
 private:
-    template <typename T>
-    T *child(QWidget *parent, const char *objectName) const
+    template <typename T> T *child(QWidget *parent, const char *objectName) const
     {
         T *widget = parent->findChild<T *>(QString::fromLatin1(objectName));
         if (!widget)
@@ -129,13 +129,16 @@ private:
 void TestEndToEnd::initTestCase()
 {
     REQUIRE_SANDBOX();
-    if (!qEnvironmentVariableIsSet("CUPS_SERVER") || !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT")
-        || !qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR"))
+    if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
+        !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT") ||
+        !qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR"))
         QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
     const Run status = run(QStringLiteral("lpstat"), {QStringLiteral("-r")});
-    QVERIFY2(status.output.contains(QLatin1String("scheduler is running")), qPrintable(status.output));
+    QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
+             qPrintable(status.output));
 
-    deviceUri = QStringLiteral("socket://127.0.0.1:%1").arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+    deviceUri =
+        QStringLiteral("socket://127.0.0.1:%1").arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
     // The device's configuration folders exist before the tool ever runs.
     QVERIFY(QDir().mkpath(paths::stagingFolder()));
     QVERIFY(QDir().mkpath(paths::registryFolder()));
@@ -209,7 +212,8 @@ void TestEndToEnd::addingRawPrinterThroughWizardCreatesRecordQueueAndStagedPpd()
         auto *size = child<QComboBox>(wizard, "cbPaperSize");
         QCOMPARE(size->count(), 4);
         size->setCurrentIndex(size->findText(QStringLiteral("A4")));
-        QTest::keyClicks(child<QLineEdit>(wizard, "leWinDriver"), QStringLiteral("MS Publisher Imagesetter"));
+        QTest::keyClicks(child<QLineEdit>(wizard, "leWinDriver"),
+                         QStringLiteral("MS Publisher Imagesetter"));
 
         child<QPushButton>(wizard, "bNext")->click();
         child<QPushButton>(wizard, "bSubmit")->click();
@@ -273,9 +277,9 @@ void TestEndToEnd::testPageReachesTheLoopbackPrinter()
     QVERIFY(told);
 
     const QString job = jobPath(before + 1);
-    QTRY_VERIFY2_WITH_TIMEOUT(QFileInfo::exists(job),
-                              sandbox::readFile(qEnvironmentVariable("SANDBOX_CUPS_LOG")).right(3000).constData(),
-                              60000);
+    QTRY_VERIFY2_WITH_TIMEOUT(
+        QFileInfo::exists(job),
+        sandbox::readFile(qEnvironmentVariable("SANDBOX_CUPS_LOG")).right(3000).constData(), 60000);
     const QByteArray page = sandbox::readFile(QStringLiteral("/usr/share/cups/data/test.ps"));
     QVERIFY(!page.isEmpty());
     QCOMPARE(sandbox::readFile(job), page);
@@ -293,7 +297,8 @@ void TestEndToEnd::editingPrinterRebuildsItsQueue()
         // The stored connection and driver are shown.
         QVERIFY(child<QRadioButton>(wizard, "b_radioButtonRAW")->isChecked());
         QCOMPARE(child<QLineEdit>(wizard, "leName_4")->text(), QStringLiteral("127.0.0.1"));
-        QCOMPARE(child<QComboBox>(wizard, "cbCUPSdrv")->currentText(), QStringLiteral("Postscript"));
+        QCOMPARE(child<QComboBox>(wizard, "cbCUPSdrv")->currentText(),
+                 QStringLiteral("Postscript"));
         QCOMPARE(child<QComboBox>(wizard, "cbPaperSize")->currentText(), QStringLiteral("A4"));
 
         child<QComboBox>(wizard, "cbCUPSdrv")->setCurrentIndex(0); // PCL B/W
@@ -324,8 +329,8 @@ void TestEndToEnd::editingPrinterRebuildsItsQueue()
 
     // A job still reaches the printer through the rebuilt queue.
     const int before = receivedJobs();
-    QCOMPARE(run(QStringLiteral("lp"), {QStringLiteral("-d"), name,
-                                        QStringLiteral("/usr/share/cups/data/test.ps")})
+    QCOMPARE(run(QStringLiteral("lp"),
+                 {QStringLiteral("-d"), name, QStringLiteral("/usr/share/cups/data/test.ps")})
                  .status,
              0);
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(jobPath(before + 1)), 60000);

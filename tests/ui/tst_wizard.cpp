@@ -27,7 +27,8 @@
 
 namespace {
 
-const QString pcl4Ppd = QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
+const QString pcl4Ppd =
+    QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
 const QString zebraPpd = QStringLiteral("/usr/share/ppd/std1/Zebra/zebra.ppd");
 const QString epsonPpd = QStringLiteral("/usr/share/ppd/std1/Epson/tm-ba-thermal-rastertotmt.ppd");
 const QString detectedDevice = QStringLiteral("usb://Acme/Laser%201?serial=42");
@@ -94,8 +95,7 @@ private slots:
     void cancelAfterNextLeavesSubmittedFalse();
 
 private:
-    template <typename T>
-    T *child(const char *name) const
+    template <typename T> T *child(const char *name) const
     {
         T *widget = wizard->findChild<T *>(QString::fromLatin1(name));
         if (!widget)
@@ -118,8 +118,8 @@ void TestWizard::initTestCase()
 void TestWizard::init()
 {
     // The device cache "lpinfo -v" would write: a network line first, then the USB printer.
-    QVERIFY(sandbox::writeFile(lpinfoCache, "network socket\ndirect " + detectedDevice.toUtf8()
-                                                + "\ndirect usb://Other/Second\n"));
+    QVERIFY(sandbox::writeFile(lpinfoCache, "network socket\ndirect " + detectedDevice.toUtf8() +
+                                                "\ndirect usb://Other/Second\n"));
     sandbox::removePath(windowchrome::styleSheetPath());
     Printer::setDefaultPrinterName(QString());
     record = Printer();
@@ -174,8 +174,8 @@ void TestWizard::newPrinterOpensOnPreferencesWithDefaults()
     auto *table = child<QTableWidget>("twProps");
     QCOMPARE(table->rowCount(), 6);
     QCOMPARE(table->columnCount(), 2);
-    const QStringList labels = {"Name", "CUPS Driver", "Windows Driver", "Connection", "Default",
-                                "Paper Size"};
+    const QStringList labels = {"Name",       "CUPS Driver", "Windows Driver",
+                                "Connection", "Default",     "Paper Size"};
     for (int row = 0; row < labels.size(); ++row) {
         QCOMPARE(table->item(row, 0)->text(), labels.at(row));
         QCOMPARE(table->item(row, 1)->text(), labels.at(row));
@@ -355,28 +355,37 @@ void TestWizard::restoresConnectionFromStoredAddress_data()
 
     QTest::newRow("socket with port") << "socket://10.0.0.5:9100"
                                       << "b_radioButtonRAW"
-                                      << "10.0.0.5" << "" << 9100 << "socket://10.0.0.5:9100"
+                                      << "10.0.0.5"
+                                      << "" << 9100 << "socket://10.0.0.5:9100"
                                       << "network";
     QTest::newRow("socket other port") << "socket://10.0.0.6:9101"
                                        << "b_radioButtonRAW"
-                                       << "10.0.0.6" << "" << 9101 << "socket://10.0.0.6:9101"
+                                       << "10.0.0.6"
+                                       << "" << 9101 << "socket://10.0.0.6:9101"
                                        << "network";
     QTest::newRow("socket without port") << "socket://printer"
                                          << "b_radioButtonRAW"
-                                         << "printer" << "" << 9100 << "socket://printer:9100"
+                                         << "printer"
+                                         << "" << 9100 << "socket://printer:9100"
                                          << "network";
     QTest::newRow("lpd with queue") << "lpd://server/queue1"
                                     << "b_radioButtonLPD"
-                                    << "server" << "queue1" << 0 << "lpd://server/queue1"
+                                    << "server"
+                                    << "queue1" << 0 << "lpd://server/queue1"
                                     << "network";
     // Without a queue the host text lands in both fields.
     QTest::newRow("lpd without queue") << "lpd://server"
                                        << "b_radioButtonLPD"
-                                       << "server" << "server" << 0 << "lpd://server/server"
+                                       << "server"
+                                       << "server" << 0 << "lpd://server/server"
                                        << "network";
     // Unknown schemes choose nothing; Next then asks for the local device, which keeps a
     // stored address without "usb" as it is, and marks the printer as a direct one.
-    QTest::newRow("ipp") << "ipp://host/x" << "" << "" << "" << 0 << "ipp://host/x" << "direct";
+    QTest::newRow("ipp") << "ipp://host/x"
+                         << ""
+                         << ""
+                         << "" << 0 << "ipp://host/x"
+                         << "direct";
 }
 
 void TestWizard::restoresConnectionFromStoredAddress()
@@ -580,8 +589,8 @@ void TestWizard::nextSavesPreferencesIntoRecordAndSummary()
     QVERIFY(record.path().endsWith(QStringLiteral("/Front.pr")));
 
     auto *table = child<QTableWidget>("twProps");
-    const QStringList values = {"Front", builtinDrivers.at(1), "HP OfficeJet",
-                                "socket://192.168.1.20:9100", "Yes", "A4"};
+    const QStringList values = {
+        "Front", builtinDrivers.at(1), "HP OfficeJet", "socket://192.168.1.20:9100", "Yes", "A4"};
     for (int row = 0; row < values.size(); ++row)
         QCOMPARE(table->item(row, 1)->data(Qt::DisplayRole).toString(), values.at(row));
     QCOMPARE(table->item(4, 0)->text(), QStringLiteral("Default"));

@@ -271,7 +271,8 @@ void TestWizardForm::widgetsCarryTheirTexts_data()
         {"bCancel", "&Cancel"},
     };
     for (const auto &row : table)
-        QTest::newRow(row.first) << QString::fromLatin1(row.first) << QString::fromLatin1(row.second);
+        QTest::newRow(row.first) << QString::fromLatin1(row.first)
+                                 << QString::fromLatin1(row.second);
 }
 
 void TestWizardForm::widgetsCarryTheirTexts()
@@ -305,14 +306,15 @@ void TestWizardForm::titleIsBoldAndIconsAreShown()
 
 void TestWizardForm::welcomeTextListsTheStepsInUbuntuFont()
 {
-    const QStringList paragraphs = {"This wizard helps you install a printer or make printer connections.",
-                                    "",
-                                    "* Select local or network printer",
-                                    "* Select printer driver",
-                                    "* Choose printer name",
-                                    "* Print test page",
-                                    "",
-                                    "To continue, click next."};
+    const QStringList paragraphs = {
+        "This wizard helps you install a printer or make printer connections.",
+        "",
+        "* Select local or network printer",
+        "* Select printer driver",
+        "* Choose printer name",
+        "* Print test page",
+        "",
+        "To continue, click next."};
     const QTextDocument *document = ui.tb->document();
     QCOMPARE(document->blockCount(), paragraphs.size());
     QTextBlock block = document->begin();
@@ -326,8 +328,8 @@ void TestWizardForm::welcomeTextListsTheStepsInUbuntuFont()
         // An empty paragraph carries the Ubuntu font itself; the others keep the body's
         // font and set Ubuntu on their text.
         const QTextCharFormat own = block.charFormat();
-        QCOMPARE(own.fontFamily(), paragraph.isEmpty() ? QStringLiteral("Ubuntu")
-                                                       : QStringLiteral("Sans Serif"));
+        QCOMPARE(own.fontFamily(),
+                 paragraph.isEmpty() ? QStringLiteral("Ubuntu") : QStringLiteral("Sans Serif"));
         QCOMPARE(own.fontPointSize(), paragraph.isEmpty() ? 11.0 : 9.0);
         for (auto it = block.begin(); !it.atEnd(); ++it) {
             QCOMPARE(it.fragment().charFormat().fontFamily(), QStringLiteral("Ubuntu"));
@@ -395,15 +397,15 @@ void TestWizardForm::creationOrderIsTheTabOrder()
 {
     // The form sets no tab order, so focus moves through the preferences page in the
     // order its widgets were created.
-    const QList<QWidget *> order = {
-        ui.cbDefault,        ui.cbPaperSize, ui.leWinDriver, ui.leName_2,
-        ui.b_radioButtonUSB, ui.b_radioButtonLPD, ui.leQueue_2, ui.sbPort_2,
-        ui.leName_4,         ui.b_radioButtonRAW, ui.cbCUPSdrv, ui.cbDefaultSession};
+    const QList<QWidget *> order = {ui.cbDefault,        ui.cbPaperSize,      ui.leWinDriver,
+                                    ui.leName_2,         ui.b_radioButtonUSB, ui.b_radioButtonLPD,
+                                    ui.leQueue_2,        ui.sbPort_2,         ui.leName_4,
+                                    ui.b_radioButtonRAW, ui.cbCUPSdrv,        ui.cbDefaultSession};
     for (int i = 0; i + 1 < order.size(); ++i) {
         QWidget *next = order.at(i)->nextInFocusChain();
         // Skip labels and the inner parts of composite widgets.
-        while (next && next != order.at(i + 1)
-               && (next->parentWidget() != ui.pwPref || !(next->focusPolicy() & Qt::TabFocus)))
+        while (next && next != order.at(i + 1) &&
+               (next->parentWidget() != ui.pwPref || !(next->focusPolicy() & Qt::TabFocus)))
             next = next->nextInFocusChain();
         QCOMPARE(next, order.at(i + 1));
     }

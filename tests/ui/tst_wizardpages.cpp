@@ -72,8 +72,7 @@ private slots:
     void driverPageStoresChosenDriverAndFillsEmptyFields();
 
 private:
-    template <typename T>
-    T *child(const char *name) const
+    template <typename T> T *child(const char *name) const
     {
         T *widget = wizard->findChild<T *>(QString::fromLatin1(name));
         if (!widget)
@@ -119,14 +118,15 @@ void TestWizardPages::open(bool edit)
 void TestWizardPages::loadCatalogue()
 {
     // Catalogue order differs from sorted order on purpose; Beta's "Model 2" has two drivers.
-    QVERIFY(sandbox::writeFile(database, ppdFolder.toUtf8() + "\n"
+    QVERIFY(sandbox::writeFile(database, ppdFolder.toUtf8() +
+                                             "\n"
                                              "gamma/g1.ppd;Gamma;G-Model;Gamma Driver\n"
                                              "beta/b2.ppd;Beta;Model 2;Driver B\n"
                                              "beta/b1.ppd;Beta;Model 1;Driver A\n"
                                              "beta/b2x.ppd;Beta;Model 2;Driver A2\n"
                                              "alpha/a1.ppd;Alpha;A-Model;Alpha Driver\n"));
-    for (const char *file : {"gamma/g1.ppd", "beta/b2.ppd", "beta/b1.ppd", "beta/b2x.ppd",
-                             "alpha/a1.ppd"}) {
+    for (const char *file :
+         {"gamma/g1.ppd", "beta/b2.ppd", "beta/b1.ppd", "beta/b2x.ppd", "alpha/a1.ppd"}) {
         QVERIFY(sandbox::writeFile(ppdFolder + QLatin1Char('/') + QLatin1String(file),
                                    "*PageSize A4/A4: \"\"\n*PageSize Letter/Letter: \"\"\n"));
     }
@@ -172,16 +172,23 @@ void TestWizardPages::startNextInAddModeGoesToDiscoveryAndHidesAllButtons()
 void TestWizardPages::startNextInEditModeShowsAddressOfStoredDevice_data()
 {
     QTest::addColumn<QString>("uri");
-    QTest::addColumn<QString>("host"); // empty: host fields hidden
-    QTest::addColumn<int>("port");     // 0: port fields hidden
+    QTest::addColumn<QString>("host");  // empty: host fields hidden
+    QTest::addColumn<int>("port");      // 0: port fields hidden
     QTest::addColumn<QString>("queue"); // empty: queue fields hidden
     QTest::addColumn<QString>("printerClass");
 
-    QTest::newRow("socket") << "socket://10.1.2.3:9200" << "10.1.2.3" << 9200 << "" << "network";
-    QTest::newRow("socket without port") << "socket://printer" << "printer" << 9100 << ""
+    QTest::newRow("socket") << "socket://10.1.2.3:9200"
+                            << "10.1.2.3" << 9200 << ""
+                            << "network";
+    QTest::newRow("socket without port") << "socket://printer"
+                                         << "printer" << 9100 << ""
                                          << "network";
-    QTest::newRow("lpd") << "lpd://srv/q%201" << "srv" << 0 << "q 1" << "network";
-    QTest::newRow("usb") << "usb://Acme/One" << "" << 0 << "" << "direct";
+    QTest::newRow("lpd") << "lpd://srv/q%201"
+                         << "srv" << 0 << "q 1"
+                         << "network";
+    QTest::newRow("usb") << "usb://Acme/One"
+                         << "" << 0 << ""
+                         << "direct";
 }
 
 void TestWizardPages::startNextInEditModeShowsAddressOfStoredDevice()

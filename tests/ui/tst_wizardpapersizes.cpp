@@ -27,18 +27,23 @@ void TestWizardPaperSizes::keywordBeforeSlashIsThePaperSize_data()
     QTest::newRow("A4 translated A4") << "*PageSize A4/A4: \"<</PageSize[595 842]>>setpagedevice\""
                                       << "A4";
     QTest::newRow("Letter translated US Letter")
-        << "*PageSize Letter/US Letter: \"<</PageSize[612 792]>>setpagedevice\"" << "Letter";
+        << "*PageSize Letter/US Letter: \"<</PageSize[612 792]>>setpagedevice\""
+        << "Letter";
     QTest::newRow("label keyword") << "*PageSize w288h432/4.00x6.00\": \"<</PageSize[288 432]>>\""
                                    << "w288h432";
     // Without a "/" the length is negative: everything after the first space.
-    QTest::newRow("no slash") << "*PageSize Custom: \"x\"" << "Custom: \"x\"";
+    QTest::newRow("no slash") << "*PageSize Custom: \"x\""
+                              << "Custom: \"x\"";
     // The fixed arithmetic assumes the keyword starts at index 10 whatever the first word
     // is: with the space at 11 and the slash at 19, nine characters from index 12.
-    QTest::newRow("longer first word") << "*PageSizeXY Tabloid/Tab" << "Tabloid/T";
+    QTest::newRow("longer first word") << "*PageSizeXY Tabloid/Tab"
+                                       << "Tabloid/T";
     // A slash right after the space gives an empty size.
-    QTest::newRow("empty keyword") << "*PageSize /x" << "";
+    QTest::newRow("empty keyword") << "*PageSize /x"
+                                   << "";
     // A slash early in the line gives a negative length: the rest of the line.
-    QTest::newRow("slash in first word") << "*Page/Size Letter" << "Letter";
+    QTest::newRow("slash in first word") << "*Page/Size Letter"
+                                         << "Letter";
 }
 
 void TestWizardPaperSizes::keywordBeforeSlashIsThePaperSize()
