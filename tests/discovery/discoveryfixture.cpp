@@ -1,0 +1,105 @@
+#include "discoveryfixture.h"
+
+#include "support/sandbox.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+#include <QThread>
+
+#include <thread>
+
+namespace backends {
+
+QString folder()
+{
+    return QStringLiteral("/usr/lib/cups/backend");
+}
+
+void clear()
+{
+    const QFileInfoList entries =
+        QDir(folder()).entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QFileInfo &entry : entries)
+        sandbox::removePath(entry.filePath());
+}
+
+bool addScript(const QString &name, const QByteArray &body)
+{
+    const QString path = folder() + QLatin1Char('/') + name;
+    if (!sandbox::writeFile(path, QByteArray("#!/bin/sh\n") + body))
+        return false;
+    return QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                           QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                           QFile::ExeOther);
+}
+
+bool addPrinting(const QString &name, const QByteArray &output)
+{
+    // The text lives outside the backend folder so that it is not taken for a backend.
+    const QString textPath = QStringLiteral("/tmp/backend-output/") + name;
+    if (!sandbox::writeFile(textPath, output))
+        return false;
+    return addScript(name, "exec cat '" + textPath.toUtf8() + "'\n");
+}
+
+} // namespace backends
+
+namespace {
+std::atomic<bool> released{false};
+} // namespace
+
+void holdNext(QObject *receiver)
+{
+    // Captures nothing: anything it read before its acquiring load would be handed over
+    // unordered itself. Queued events reach a thread in order, so whatever is queued after
+    // this waits for it.
+    QMetaObject::invokeMethod(
+        receiver,
+        [] {
+            while (!released.exchange(false, std::memory_order_acquire))
+                std::this_thread::yield();
+        },
+        Qt::QueuedConnection);
+}
+
+void release()
+{
+    released.store(true, std::memory_order_release);
+}
+
+CompletionWatch::CompletionWatch(Discovery &discovery)
+    : m_discovery(discovery)
+{
+    connect(
+        &discovery, &Discovery::completed, this,
+        [this] {
+            m_receivingThread = QThread::currentThread();
+            ++m_received;
+        },
+        Qt::QueuedConnection);
+    // Connected last, so that it runs after the emission has posted the queued call and
+    // is done with the worker object.
+    connect(
+        &discovery, &Discovery::completed, this,
+        [this] {
+            m_emittingThread.store(QThread::currentThread(), std::memory_order_release);
+            m_emitted.fetch_add(1, std::memory_order_release);
+        },
+        Qt::DirectConnection);
+}
+
+void CompletionWatch::start()
+{
+    holdNext(&m_discovery);
+    release();
+    m_discovery.start();
+}
+
+bool CompletionWatch::waitForRuns(int count, int timeoutMs)
+{
+    const bool arrived =
+        QTest::qWaitFor([&] { return m_received >= count && emitted() >= count; }, timeoutMs);
+    return arrived && m_received == count && emitted() == count;
+}
