@@ -68,10 +68,10 @@ void Discovery::start()
 
 void Discovery::doTask()
 {
-    // One runner for the whole run. A backend that outlives its wait is not killed, so
-    // the toolkit refuses to start the next ones until it ends, and the following waits
-    // wait on it; whatever it prints by then is still taken. Intended: a stalled probe
-    // costs time, never a crash.
+    // One runner for the whole run, and a backend that outlives its wait is deliberately
+    // not killed: the toolkit refuses to start the following backends while it runs, their
+    // waits wait on it instead, and what it has printed when it ends is still taken.
+    // Leaving this function destroys the runner, which kills a backend still running.
     QProcess process;
     const QRegExp pattern = deviceLinePattern();
     const QFileInfoList entries = QDir(QString::fromLatin1(backendFolder)).entryInfoList();
