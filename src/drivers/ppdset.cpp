@@ -7,12 +7,39 @@
 #include <QSet>
 #include <QTextStream>
 
+#include <deque>
+
 namespace {
 
 QString orUnknown(const QString &value)
 {
     return value.isEmpty() ? QStringLiteral("Unknown") : value;
 }
+
+// Manufacturer and model names repeat over thousands of lines. Each distinct field is
+// turned into a string once per read and then shared by every record that carries it,
+// which spares an allocation per field and line.
+class FieldStrings
+{
+public:
+    // The shared string for the field; isNew tells whether it is seen for the first time.
+    QString take(const QStringRef &field, bool *isNew)
+    {
+        const auto found = m_strings.constFind(field);
+        *isNew = found == m_strings.cend();
+        if (!*isNew)
+            return found.value();
+        m_owned.push_back(field.toString());
+        const QString &owned = m_owned.back();
+        m_strings.insert(QStringRef(&owned), owned);
+        return owned;
+    }
+
+private:
+    // Keys point into m_owned, whose elements never move.
+    std::deque<QString> m_owned;
+    QHash<QStringRef, QString> m_strings;
+};
 
 } // namespace
 
@@ -117,6 +144,9 @@ void PPDSet::readDatabases()
     QString baseFolder;
     QString line;
     DriverLine fields;
+    FieldStrings manufacturerStrings;
+    FieldStrings modelStrings;
+    bool firstSeen = false;
 
     for (const QString &database : qAsConst(databases)) {
         QFile file(database);
@@ -134,11 +164,12 @@ void PPDSet::readDatabases()
                 continue;
 
             PPD *ppd = new PPD(path);
-            ppd->setManufacturer(fields.manufacturer.toString());
-            ppd->setModel(fields.model.toString());
+            ppd->setManufacturer(manufacturerStrings.take(fields.manufacturer, &firstSeen));
+            if (firstSeen)
+                manufacturerSet.insert(ppd->manufacturer);
+            ppd->setModel(modelStrings.take(fields.model, &firstSeen));
             ppd->driver = fields.driver.toString();
             ppds.append(ppd);
-            manufacturerSet.insert(ppd->manufacturer);
         }
         file.close();
     }

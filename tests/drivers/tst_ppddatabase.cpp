@@ -54,6 +54,7 @@ private slots:
     void anyFileSystemObjectCountsAsExisting();
     void unreadableDatabaseIsSkipped();
     void onlyTheFirstLineIsTheBaseFolder();
+    void namesDifferingInCaseOrBlanksStayApart();
 
 private:
     PPDSet *newSet();
@@ -374,6 +375,28 @@ void TestPpdDatabase::onlyTheFirstLineIsTheBaseFolder()
     set->addDatabase(kStd1Db);
     set->readDatabases();
     QVERIFY(set->ppds.isEmpty());
+}
+
+void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()
+{
+    for (const char *file : {"1.ppd", "2.ppd", "3.ppd", "4.ppd", "5.ppd"})
+        touch(kWork + "/" + file);
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
+                                        "1.ppd;HP;LaserJet;a\n"
+                                        "2.ppd;hp;LaserJet;b\n"
+                                        "3.ppd;HP ;laserjet;c\n"
+                                        "4.ppd;HP;LaserJet;d\n"
+                                        "5.ppd;HP;LaserJet ;e\n"));
+    PPDSet *set = newSet();
+    set->addDatabase(kStd1Db);
+    set->readDatabases();
+    QCOMPARE(set->ppds.size(), 5);
+    QCOMPARE(sorted(set->manufacturers()), QStringList({"HP", "HP ", "hp"}));
+    QCOMPARE(set->models("HP"), QStringList({"LaserJet", "LaserJet", "LaserJet "}));
+    QCOMPARE(set->models("HP "), QStringList({"laserjet"}));
+    QCOMPARE(set->drivers("HP", "LaserJet").size(), 2);
+    QCOMPARE(set->drivers("HP", "LaserJet").at(1)->driver, QString("d"));
+    QCOMPARE(set->drivers("hp", "LaserJet").value(0)->driver, QString("b"));
 }
 
 QTEST_GUILESS_MAIN(TestPpdDatabase)
