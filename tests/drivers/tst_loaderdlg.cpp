@@ -9,8 +9,10 @@
 #include <QApplication>
 #include <QFile>
 #include <QLabel>
+#include <QProcess>
 #include <QProgressBar>
 #include <QScreen>
+#include <QStandardPaths>
 #include <QTranslator>
 #include <QtTest>
 
@@ -18,6 +20,41 @@ namespace {
 
 const QString kStyleSheet = QStringLiteral("/tmp/.config/default.css");
 const QString kPicture = QStringLiteral(":/zeq-icons/printer/loading.png");
+// Set for the copy of this test that runs on a two-screen X server.
+const char kTwoScreens[] = "LOADERDLG_ON_TWO_SCREENS";
+
+QPoint centreOf(const QRect &area, const QSize &size)
+{
+    return QPoint((area.left() + area.right()) / 2 - (size.width() - 1) / 2,
+                  (area.top() + area.bottom()) / 2 - (size.height() - 1) / 2);
+}
+
+// Starts Xvfb with two screens of different sizes on a free display; returns the display
+// name, or an empty text when no server came up.
+QString startTwoScreenServer(QProcess *server)
+{
+    const QString xvfb = QStandardPaths::findExecutable("Xvfb");
+    if (xvfb.isEmpty())
+        return QString();
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        const int display = 400 + (QCoreApplication::applicationPid() + attempt * 7) % 500;
+        server->start(xvfb, {QStringLiteral(":%1").arg(display), "-screen", "0", "1280x800x24",
+                             "-screen", "1", "1024x768x24", "-nolisten", "tcp"});
+        if (!server->waitForStarted(5000))
+            return QString();
+        const QString socket = QStringLiteral("/tmp/.X11-unix/X%1").arg(display);
+        QElapsedTimer timer;
+        timer.start();
+        while (server->state() == QProcess::Running && timer.elapsed() < 10000) {
+            if (QFile::exists(socket))
+                return QStringLiteral(":%1").arg(display);
+            server->waitForFinished(50);
+        }
+        server->kill();
+        server->waitForFinished(5000);
+    }
+    return QString();
+}
 
 // Answers for the dialog's form context only, to show which context its texts use.
 class FormTranslator : public QTranslator
@@ -57,6 +94,7 @@ private slots:
     void isAPlainDialogWindow();
     void showsBusyBarWithoutPercentage();
     void isCentredOnScreenZeroByTheCentreFormula();
+    void isCentredOnScreenZeroOfTwoScreens();
     void carriesTitleAndWindowIcon();
     void showsTheLoadingPicture();
     void opensUnstyledWithoutStyleSheetFile();
@@ -164,6 +202,44 @@ void TestLoaderDlg::isCentredOnScreenZeroByTheCentreFormula()
     dlg.show();
     QVERIFY(QTest::qWaitForWindowExposed(&dlg));
     QCOMPARE(dlg.pos(), QPoint(x, y));
+}
+
+void TestLoaderDlg::isCentredOnScreenZeroOfTwoScreens()
+{
+    if (qEnvironmentVariableIsSet(kTwoScreens)) {
+        // The copy of this test on the two-screen server.
+        const QList<QScreen *> screens = QGuiApplication::screens();
+        QCOMPARE(screens.size(), 2);
+        LoaderDlg dlg;
+        const QPoint expected = centreOf(screens.at(0)->availableGeometry(), dlg.size());
+        QVERIFY(expected != centreOf(screens.at(1)->availableGeometry(), dlg.size()));
+        QCOMPARE(dlg.pos(), expected);
+        return;
+    }
+
+    QProcess server;
+    const QString display = startTwoScreenServer(&server);
+    if (display.isEmpty())
+        QSKIP("No Xvfb to provide a second screen; the offscreen platform has only one");
+
+    QProcess copy;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("DISPLAY", display);
+    env.insert("QT_QPA_PLATFORM", "xcb");
+    env.insert(kTwoScreens, "1");
+    copy.setProcessEnvironment(env);
+    copy.setProcessChannelMode(QProcess::MergedChannels);
+    copy.start(QCoreApplication::applicationFilePath(), {"isCentredOnScreenZeroOfTwoScreens"});
+    const bool finished = copy.waitForFinished(120000);
+    const QByteArray output = copy.readAll();
+    server.terminate();
+    server.waitForFinished(5000);
+    QVERIFY2(finished, output.constData());
+    QVERIFY2(copy.exitStatus() == QProcess::NormalExit && copy.exitCode() == 0,
+             output.constData());
+    // The copy really ran the placement check rather than skipping it.
+    QVERIFY2(output.contains("PASS   : TestLoaderDlg::isCentredOnScreenZeroOfTwoScreens()"),
+             output.constData());
 }
 
 void TestLoaderDlg::carriesTitleAndWindowIcon()
