@@ -284,11 +284,11 @@ int main(int argc, char **argv)
                         t.at("BM_PosixLoop") * 1e3,
                         t.at("BM_ReadDatabases") / t.at("BM_PosixLoop"));
     }
-    for (const char *query : {"BM_Models", "BM_Drivers", "BM_FindByPathLast",
-                              "BM_FindByPathMissing"}) {
+    for (const char *query :
+         {"BM_Models", "BM_Drivers", "BM_FindByPathLast", "BM_FindByPathMissing"}) {
         if (t.count(query))
-            std::printf("%s over %d entries: %.1f us per query (target < 1000)\n", query,
-                        kLines, t.at(query) * 1e6);
+            std::printf("%s over %d entries: %.1f us per query (target < 1000)\n", query, kLines,
+                        t.at(query) * 1e6);
     }
     benchmark::Shutdown();
     return 0;

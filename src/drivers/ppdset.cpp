@@ -200,8 +200,8 @@ QList<PPD *> PPDSet::drivers(const QString &manufacturer, const QString &model) 
     const uint modelHash = qHash(model, 0);
     QList<PPD *> result;
     for (PPD *ppd : ppds) {
-        if (ppd->manufacturerHash == manufacturerHash && ppd->modelHash == modelHash
-            && ppd->manufacturer == manufacturer && ppd->model == model)
+        if (ppd->manufacturerHash == manufacturerHash && ppd->modelHash == modelHash &&
+            ppd->manufacturer == manufacturer && ppd->model == model)
             result.append(ppd);
     }
     return result;

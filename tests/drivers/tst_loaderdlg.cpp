@@ -61,11 +61,10 @@ class FormTranslator : public QTranslator
 {
 public:
     bool isEmpty() const override { return false; }
-    QString translate(const char *context, const char *sourceText, const char *,
-                      int) const override
+    QString translate(const char *context, const char *sourceText, const char *, int) const override
     {
-        if (qstrcmp(context, "LoaderDialog") == 0
-            && qstrcmp(sourceText, "Configuring CUPS Printer(s)...") == 0)
+        if (qstrcmp(context, "LoaderDialog") == 0 &&
+            qstrcmp(sourceText, "Configuring CUPS Printer(s)...") == 0)
             return QStringLiteral("Drucker werden eingerichtet...");
         return QString();
     }
@@ -235,8 +234,7 @@ void TestLoaderDlg::isCentredOnScreenZeroOfTwoScreens()
     server.terminate();
     server.waitForFinished(5000);
     QVERIFY2(finished, output.constData());
-    QVERIFY2(copy.exitStatus() == QProcess::NormalExit && copy.exitCode() == 0,
-             output.constData());
+    QVERIFY2(copy.exitStatus() == QProcess::NormalExit && copy.exitCode() == 0, output.constData());
     // The copy really ran the placement check rather than skipping it.
     QVERIFY2(output.contains("PASS   : TestLoaderDlg::isCentredOnScreenZeroOfTwoScreens()"),
              output.constData());

@@ -153,8 +153,8 @@ void TestPpd::splitsLineIntoFourUntrimmedFields_data()
     QTest::newRow("only separators") << ";;;" << QStringList{"", "", "", ""};
     QTest::newRow("spaces belong to values")
         << " a.ppd ; HP ;LaserJet; d " << QStringList{" a.ppd ", " HP ", "LaserJet", " d "};
-    QTest::newRow("other punctuation") << "a,b.ppd;H:P;M|1;drv, v2"
-                                       << QStringList{"a,b.ppd", "H:P", "M|1", "drv, v2"};
+    QTest::newRow("other punctuation")
+        << "a,b.ppd;H:P;M|1;drv, v2" << QStringList{"a,b.ppd", "H:P", "M|1", "drv, v2"};
 }
 
 void TestPpd::splitsLineIntoFourUntrimmedFields()

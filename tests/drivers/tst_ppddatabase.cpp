@@ -22,6 +22,12 @@ QStringList sorted(QStringList list)
     return list;
 }
 
+// A database whose base folder is the test's work folder.
+QByteArray inWork(const QByteArray &lines)
+{
+    return kWork.toUtf8() + "\n" + lines;
+}
+
 void touch(const QString &path)
 {
     QVERIFY2(sandbox::writeFile(path, "*PPD-Adobe: \"4.3\"\n"), qPrintable(path));
@@ -122,12 +128,11 @@ void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
     touch(kWork + "/a.ppd");
     touch(kWork + "/b.ppd");
     touch(kWork + "/c.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
-                                        "a.ppd;HP;LaserJet;PCL; with a ; inside\n"
-                                        "b.ppd;HP;LaserJet\n"
-                                        "# c.ppd is the only good line\n"
-                                        "\n"
-                                        "c.ppd;Kyocera;FS;KPDL\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;LaserJet;PCL; with a ; inside\n"
+                                               "b.ppd;HP;LaserJet\n"
+                                               "# c.ppd is the only good line\n"
+                                               "\n"
+                                               "c.ppd;Kyocera;FS;KPDL\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -141,10 +146,9 @@ void TestPpdDatabase::emptyFieldsBecomeUnknownAndUnknownIsListedOnce()
     touch(kWork + "/x.ppd");
     touch(kWork + "/y.ppd");
     touch(kWork + "/z.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
-                                        "x.ppd;;;\n"
-                                        "y.ppd;;Some model;drv\n"
-                                        "z.ppd;Unknown;;\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("x.ppd;;;\n"
+                                               "y.ppd;;Some model;drv\n"
+                                               "z.ppd;Unknown;;\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -184,10 +188,9 @@ void TestPpdDatabase::modelsRepeatPerDriverAndDriversKeepFileOrder()
     touch(kWork + "/HP/lj4-pcl.ppd");
     touch(kWork + "/HP/dj.ppd");
     touch(kWork + "/HP/lj4-ps.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
-                                        "HP/lj4-pcl.ppd;HP;LaserJet 4;HP LaserJet 4 PCL\n"
-                                        "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
-                                        "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("HP/lj4-pcl.ppd;HP;LaserJet 4;HP LaserJet 4 PCL\n"
+                                               "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
+                                               "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -204,7 +207,7 @@ void TestPpdDatabase::modelsRepeatPerDriverAndDriversKeepFileOrder()
 void TestPpdDatabase::findByPathDiffersInCaseFindsNothing()
 {
     touch(kWork + "/HP/lj4.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\nHP/lj4.ppd;HP;LaserJet 4;PCL\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("HP/lj4.ppd;HP;LaserJet 4;PCL\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -218,7 +221,7 @@ void TestPpdDatabase::emptyFileContributesNothing()
 {
     touch(kWork + "/a.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, ""));
-    QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "\na.ppd;HP;M;D\n"));
+    QVERIFY(sandbox::writeFile(kAddedDb, inWork("a.ppd;HP;M;D\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->addDatabase(kAddedDb);
@@ -255,10 +258,9 @@ void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
     touch(kWork + "/a.ppd");
     touch(kWork + "/b.ppd");
     touch(kWork + "/c.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
-                                        "a.ppd;HP;A;PCL\n"
-                                        "b.ppd;Epson;B;ESC/POS\n"
-                                        "c.ppd;HP;C;PS\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;A;PCL\n"
+                                               "b.ppd;Epson;B;ESC/POS\n"
+                                               "c.ppd;HP;C;PS\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -328,9 +330,8 @@ void TestPpdDatabase::existenceFollowsLinks()
     touch(kWork + "/real.ppd");
     QVERIFY(QFile::link(kWork + "/real.ppd", kWork + "/good-link.ppd"));
     QVERIFY(QFile::link(kWork + "/missing.ppd", kWork + "/dangling-link.ppd"));
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
-                                        "dangling-link.ppd;HP;Dangling;x\n"
-                                        "good-link.ppd;HP;Good;y\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("dangling-link.ppd;HP;Dangling;x\n"
+                                               "good-link.ppd;HP;Good;y\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -341,7 +342,7 @@ void TestPpdDatabase::existenceFollowsLinks()
 void TestPpdDatabase::anyFileSystemObjectCountsAsExisting()
 {
     QVERIFY(QDir().mkpath(kWork + "/folder.ppd"));
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\nfolder.ppd;HP;F;x\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("folder.ppd;HP;F;x\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();
@@ -354,7 +355,7 @@ void TestPpdDatabase::unreadableDatabaseIsSkipped()
     // The tests run as root, which ignores mode bits; a folder cannot be opened as a
     // text file by anyone.
     QVERIFY(QDir().mkpath(kWork + "/not-a-file.db"));
-    QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "\na.ppd;HP;A;x\n"));
+    QVERIFY(sandbox::writeFile(kAddedDb, inWork("a.ppd;HP;A;x\n")));
     PPDSet *set = newSet();
     set->addDatabase(kWork + "/not-a-file.db");
     set->addDatabase("/nonexistent/printdrivers.db");
@@ -381,12 +382,11 @@ void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()
 {
     for (const char *file : {"1.ppd", "2.ppd", "3.ppd", "4.ppd", "5.ppd"})
         touch(kWork + "/" + file);
-    QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\n"
-                                        "1.ppd;HP;LaserJet;a\n"
-                                        "2.ppd;hp;LaserJet;b\n"
-                                        "3.ppd;HP ;laserjet;c\n"
-                                        "4.ppd;HP;LaserJet;d\n"
-                                        "5.ppd;HP;LaserJet ;e\n"));
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("1.ppd;HP;LaserJet;a\n"
+                                               "2.ppd;hp;LaserJet;b\n"
+                                               "3.ppd;HP ;laserjet;c\n"
+                                               "4.ppd;HP;LaserJet;d\n"
+                                               "5.ppd;HP;LaserJet ;e\n")));
     PPDSet *set = newSet();
     set->addDatabase(kStd1Db);
     set->readDatabases();

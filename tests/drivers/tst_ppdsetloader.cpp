@@ -133,14 +133,12 @@ class LoaderWatch : public QObject
 public:
     void watch(PPDSetLoader *loader)
     {
-        connect(loader, SIGNAL(completed()), this, SLOT(recordCompleted()),
-                Qt::DirectConnection);
+        connect(loader, SIGNAL(completed()), this, SLOT(recordCompleted()), Qt::DirectConnection);
         // The destructor joins the thread through Qt, which the tool cannot see; the
         // thread's last act and the teardown after the join meet on m_mutex instead.
         connect(loader->thread(), SIGNAL(finished()), this, SLOT(recordThreadEnd()),
                 Qt::DirectConnection);
-        connect(loader, SIGNAL(destroyed()), this, SLOT(recordDestroyed()),
-                Qt::DirectConnection);
+        connect(loader, SIGNAL(destroyed()), this, SLOT(recordDestroyed()), Qt::DirectConnection);
     }
     int emitted() const
     {
