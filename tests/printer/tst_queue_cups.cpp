@@ -11,55 +11,6 @@ namespace {
 const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 const QString postScriptPpd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
 
-struct Run
-{
-    int status = -1;
-    QString output;
-};
-
-// Runs a CUPS client tool (talking to the sandbox's scheduler through CUPS_SERVER).
-Run run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments);
-    Run result;
-    if (!process.waitForFinished(30000)) {
-        process.kill();
-        process.waitForFinished();
-        return result;
-    }
-    result.output = QString::fromLocal8Bit(process.readAll());
-    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
-}
-
-QString jobsDir()
-{
-    return qEnvironmentVariable("SANDBOX_JOBS_DIR");
-}
-
-// Complete jobs the loopback printer has received so far ("job-N", without ".part").
-int receivedJobs()
-{
-    return QDir(jobsDir())
-        .entryList({QStringLiteral("job-*")}, QDir::Files)
-        .filter(QRegularExpression(QStringLiteral("^job-\\d+$")))
-        .size();
-}
-
-// Waits until the loopback printer has received job number `number` and returns it.
-QByteArray waitForJob(int number, int timeoutMs = 30000)
-{
-    const QString path = QStringLiteral("%1/job-%2").arg(jobsDir()).arg(number);
-    QDeadlineTimer deadline(timeoutMs);
-    while (!QFileInfo::exists(path) && !deadline.hasExpired())
-        QThread::msleep(50);
-    if (!QFileInfo::exists(path))
-        return QByteArray();
-    return sandbox::readFile(path);
-}
-
 // A data file as the sandbox provides it (our fixtures, laid over the system folders).
 QByteArray fixture(const QString &path)
 {
@@ -93,12 +44,14 @@ private:
 
     static bool queueExists(const QString &name)
     {
-        return run(QStringLiteral("lpstat"), {QStringLiteral("-p"), name}).status == 0;
+        return sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-p"), name}).status ==
+               0;
     }
 
     static QString cupsDefault()
     {
-        return run(QStringLiteral("lpstat"), {QStringLiteral("-d")}).output.trimmed();
+        return sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-d")})
+            .output.trimmed();
     }
 
     // The scheduler's log, shown when a job does not arrive.
@@ -117,7 +70,8 @@ private slots:
             QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
         m_printerUri = QStringLiteral("socket://127.0.0.1:%1")
                            .arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
-        const Run status = run(QStringLiteral("lpstat"), {QStringLiteral("-r")});
+        const sandbox::ProcessRun status =
+            sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
         QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
                  qPrintable(status.output));
         for (const QString &path :
@@ -132,20 +86,21 @@ private slots:
     {
         Printer p = record(QStringLiteral("Office"), postScriptPpd);
         p.Install();
-        const Run state =
-            run(QStringLiteral("lpstat"), {QStringLiteral("-p"), QStringLiteral("Office")});
+        const sandbox::ProcessRun state = sandbox::runProgram(
+            QStringLiteral("lpstat"), {QStringLiteral("-p"), QStringLiteral("Office")});
         QCOMPARE(state.status, 0);
         QVERIFY2(state.output.startsWith(QLatin1String("printer Office is idle.  enabled")),
                  qPrintable(state.output));
-        const Run accepting =
-            run(QStringLiteral("lpstat"), {QStringLiteral("-a"), QStringLiteral("Office")});
+        const sandbox::ProcessRun accepting = sandbox::runProgram(
+            QStringLiteral("lpstat"), {QStringLiteral("-a"), QStringLiteral("Office")});
         QVERIFY2(accepting.output.startsWith(QLatin1String("Office accepting requests")),
                  qPrintable(accepting.output));
-        const Run device =
-            run(QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Office")});
+        const sandbox::ProcessRun device = sandbox::runProgram(
+            QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Office")});
         QCOMPARE(device.output.trimmed(), QStringLiteral("device for Office: ") + m_printerUri);
-        const Run info = run(QStringLiteral("lpstat"), {QStringLiteral("-l"), QStringLiteral("-p"),
-                                                        QStringLiteral("Office")});
+        const sandbox::ProcessRun info = sandbox::runProgram(
+            QStringLiteral("lpstat"),
+            {QStringLiteral("-l"), QStringLiteral("-p"), QStringLiteral("Office")});
         QVERIFY2(info.output.contains(QLatin1String("Description: Office")),
                  qPrintable(info.output));
         // The scheduler keeps its own copy of the PPD.
@@ -178,8 +133,8 @@ private slots:
         Printer p = record(QStringLiteral("Swap"), rawTextPpd);
         p.device_uri = QStringLiteral("socket://127.0.0.1:9");
         p.Install();
-        const Run device =
-            run(QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Swap")});
+        const sandbox::ProcessRun device = sandbox::runProgram(
+            QStringLiteral("lpstat"), {QStringLiteral("-v"), QStringLiteral("Swap")});
         QCOMPARE(device.output.trimmed(), QStringLiteral("device for Swap: socket://127.0.0.1:9"));
         QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Swap.ppd")), fixture(rawTextPpd));
     }
@@ -188,7 +143,7 @@ private slots:
     {
         Printer p = record(QStringLiteral("Receipts"), rawTextPpd);
         p.Install();
-        const int before = receivedJobs();
+        const int before = sandbox::loopbackJobsReceived();
         p.PrintTestPage();
         const QByteArray expected =
             fixture(QStringLiteral("/usr/share/cups/data/textonly.prn")) +
@@ -203,7 +158,7 @@ private slots:
                 "\tWindows Driver:\tGeneric / Text Only\r\n\r\n"
                 "\tPaper Size:\tA4\r\n\r\n"
                 "\r\n\x0c");
-        const QByteArray received = waitForJob(before + 1);
+        const QByteArray received = sandbox::waitForLoopbackJob(before + 1);
         QVERIFY2(!received.isEmpty(), schedulerLogTail().constData());
         QCOMPARE(received, expected);
     }
@@ -212,9 +167,9 @@ private slots:
     {
         Printer p = record(QStringLiteral("Laser"), postScriptPpd);
         p.Install();
-        const int before = receivedJobs();
+        const int before = sandbox::loopbackJobsReceived();
         p.PrintTestPage();
-        const QByteArray received = waitForJob(before + 1);
+        const QByteArray received = sandbox::waitForLoopbackJob(before + 1);
         QVERIFY2(!received.isEmpty(), schedulerLogTail().constData());
         QCOMPARE(received, fixture(QStringLiteral("/usr/share/cups/data/test.ps")));
     }
@@ -229,7 +184,8 @@ private slots:
 
         p.Uninstall();
         QVERIFY(!queueExists(QStringLiteral("Gone")));
-        const Run all = run(QStringLiteral("lpstat"), {QStringLiteral("-v")});
+        const sandbox::ProcessRun all =
+            sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-v")});
         QVERIFY2(!all.output.contains(QLatin1String("Gone")), qPrintable(all.output));
         QVERIFY(!QFileInfo::exists(QStringLiteral("/etc/cups/ppd/Gone.ppd")));
         QVERIFY(!QFileInfo::exists(staged));

@@ -1,8 +1,12 @@
 #include "support/sandbox.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QThread>
 
 namespace sandbox {
 
@@ -61,6 +65,45 @@ void removePath(const QString &path)
 QString fixtures()
 {
     return qEnvironmentVariable("SANDBOX_FIXTURES");
+}
+
+ProcessRun runProgram(const QString &program, const QStringList &arguments, int timeoutMs)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, arguments);
+    ProcessRun result;
+    if (!process.waitForFinished(timeoutMs)) {
+        process.kill();
+        process.waitForFinished();
+        return result;
+    }
+    result.output = QString::fromLocal8Bit(process.readAll());
+    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return result;
+}
+
+QString loopbackJobPath(int number)
+{
+    return QStringLiteral("%1/job-%2").arg(qEnvironmentVariable("SANDBOX_JOBS_DIR")).arg(number);
+}
+
+int loopbackJobsReceived()
+{
+    // Jobs still arriving are "job-N.part"; only complete ones count.
+    return QDir(qEnvironmentVariable("SANDBOX_JOBS_DIR"))
+        .entryList({QStringLiteral("job-*")}, QDir::Files)
+        .filter(QRegularExpression(QStringLiteral("^job-\\d+$")))
+        .size();
+}
+
+QByteArray waitForLoopbackJob(int number, int timeoutMs)
+{
+    const QString path = loopbackJobPath(number);
+    QDeadlineTimer deadline(timeoutMs);
+    while (!QFileInfo::exists(path) && !deadline.hasExpired())
+        QThread::msleep(50);
+    return readFile(path);
 }
 
 } // namespace sandbox

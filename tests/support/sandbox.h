@@ -27,10 +27,26 @@ void removePath(const QString &path);
 // The fixture folder (tests/data).
 QString fixtures();
 
+// A program run to its end, standard output and error merged. status is -1 when it
+// crashed or did not finish within the time limit (it is killed then).
+struct ProcessRun
+{
+    int status = -1;
+    QString output;
+};
+ProcessRun runProgram(const QString &program, const QStringList &arguments, int timeoutMs = 60000);
+
+// The loopback printer of the real-CUPS mode saves each job it receives, once complete,
+// as $SANDBOX_JOBS_DIR/job-N (N from 1).
+QString loopbackJobPath(int number);
+int loopbackJobsReceived();
+// Waits for job N and returns its bytes; empty when it did not arrive in time.
+QByteArray waitForLoopbackJob(int number, int timeoutMs = 30000);
+
 } // namespace sandbox
 
-#define REQUIRE_SANDBOX()                                                                  \
-    do {                                                                                   \
-        if (!sandbox::requireSandbox())                                                    \
-            QFAIL("This test writes system paths and must run inside run-in-sandbox");   \
+#define REQUIRE_SANDBOX()                                                                          \
+    do {                                                                                           \
+        if (!sandbox::requireSandbox())                                                            \
+            QFAIL("This test writes system paths and must run inside run-in-sandbox");             \
     } while (0)

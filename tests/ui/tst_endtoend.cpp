@@ -35,42 +35,6 @@ QString recordFile()
     return paths::registryFolder() + QStringLiteral("/Office.pr");
 }
 
-struct Run
-{
-    int status = -1;
-    QString output;
-};
-
-// Runs a program to its end; the CUPS tools reach the sandbox's scheduler via CUPS_SERVER.
-Run run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments);
-    Run result;
-    if (!process.waitForFinished(60000)) {
-        process.kill();
-        process.waitForFinished();
-        return result;
-    }
-    result.output = QString::fromLocal8Bit(process.readAll());
-    result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    return result;
-}
-
-QString jobPath(int number)
-{
-    return QStringLiteral("%1/job-%2").arg(qEnvironmentVariable("SANDBOX_JOBS_DIR")).arg(number);
-}
-
-int receivedJobs()
-{
-    int count = 0;
-    while (QFileInfo::exists(jobPath(count + 1)))
-        ++count;
-    return count;
-}
-
 // The PPD's "*DefaultPageSize" line, or an empty text.
 QString defaultPageSize(const QByteArray &ppd)
 {
@@ -133,7 +97,8 @@ void TestEndToEnd::initTestCase()
         !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT") ||
         !qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR"))
         QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
-    const Run status = run(QStringLiteral("lpstat"), {QStringLiteral("-r")});
+    const sandbox::ProcessRun status =
+        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
     QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
              qPrintable(status.output));
 
@@ -189,7 +154,7 @@ bool TestEndToEnd::selectPrinter()
 
 bool TestEndToEnd::queueExists() const
 {
-    return run(QStringLiteral("lpstat"), {QStringLiteral("-p"), name}).status == 0;
+    return sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-p"), name}).status == 0;
 }
 
 void TestEndToEnd::addingRawPrinterThroughWizardCreatesRecordQueueAndStagedPpd()
@@ -239,12 +204,14 @@ void TestEndToEnd::addingRawPrinterThroughWizardCreatesRecordQueueAndStagedPpd()
     QCOMPARE(defaultEntry.name, name);
 
     // The CUPS queue, its device and the CUPS default.
-    const Run device = run(QStringLiteral("lpstat"), {QStringLiteral("-v"), name});
+    const sandbox::ProcessRun device =
+        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-v"), name});
     QCOMPARE(device.output.trimmed(), QStringLiteral("device for Office: ") + deviceUri);
-    const Run accepting = run(QStringLiteral("lpstat"), {QStringLiteral("-a"), name});
+    const sandbox::ProcessRun accepting =
+        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-a"), name});
     QVERIFY2(accepting.output.startsWith(QLatin1String("Office accepting requests")),
              qPrintable(accepting.output));
-    QCOMPARE(run(QStringLiteral("lpstat"), {QStringLiteral("-d")}).output.trimmed(),
+    QCOMPARE(sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-d")}).output.trimmed(),
              QStringLiteral("system default destination: Office"));
 
     // The queue's PPD names the chosen paper size, and the same file is staged.
@@ -265,7 +232,7 @@ void TestEndToEnd::addingRawPrinterThroughWizardCreatesRecordQueueAndStagedPpd()
 void TestEndToEnd::testPageReachesTheLoopbackPrinter()
 {
     QVERIFY(selectPrinter());
-    const int before = receivedJobs();
+    const int before = sandbox::loopbackJobsReceived();
     bool told = false;
     QTimer::singleShot(0, this, [&] {
         auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
@@ -276,7 +243,7 @@ void TestEndToEnd::testPageReachesTheLoopbackPrinter()
     child<QPushButton>(window.get(), "bTest")->click();
     QVERIFY(told);
 
-    const QString job = jobPath(before + 1);
+    const QString job = sandbox::loopbackJobPath(before + 1);
     QTRY_VERIFY2_WITH_TIMEOUT(
         QFileInfo::exists(job),
         sandbox::readFile(qEnvironmentVariable("SANDBOX_CUPS_LOG")).right(3000).constData(), 60000);
@@ -328,12 +295,13 @@ void TestEndToEnd::editingPrinterRebuildsItsQueue()
     QTRY_VERIFY(called(QStringLiteral("waitforCUPS"))); // started in the background
 
     // A job still reaches the printer through the rebuilt queue.
-    const int before = receivedJobs();
-    QCOMPARE(run(QStringLiteral("lp"),
-                 {QStringLiteral("-d"), name, QStringLiteral("/usr/share/cups/data/test.ps")})
-                 .status,
-             0);
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(jobPath(before + 1)), 60000);
+    const int before = sandbox::loopbackJobsReceived();
+    QCOMPARE(
+        sandbox::runProgram(QStringLiteral("lp"), {QStringLiteral("-d"), name,
+                                                   QStringLiteral("/usr/share/cups/data/test.ps")})
+            .status,
+        0);
+    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(sandbox::loopbackJobPath(before + 1)), 60000);
 }
 
 void TestEndToEnd::configureRunRestoresStagedPpdIntoEmptiedCupsFolder()
@@ -347,7 +315,7 @@ void TestEndToEnd::configureRunRestoresStagedPpdIntoEmptiedCupsFolder()
 
     const QString program = qEnvironmentVariable("PRINTERCONFIG_BIN");
     QVERIFY2(QFileInfo(program).isExecutable(), qPrintable(program));
-    const Run configure = run(program, {QStringLiteral("-c")});
+    const sandbox::ProcessRun configure = sandbox::runProgram(program, {QStringLiteral("-c")});
     QVERIFY2(configure.status == 0, qPrintable(configure.output));
     QCOMPARE(sandbox::readFile(queuePpd), staged);
 }
