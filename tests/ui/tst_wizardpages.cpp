@@ -7,6 +7,7 @@
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
+#include "support/widgets.h"
 
 #include <QLabel>
 #include <QLineEdit>
@@ -74,10 +75,7 @@ private slots:
 private:
     template <typename T> T *child(const char *name) const
     {
-        T *widget = wizard->findChild<T *>(QString::fromLatin1(name));
-        if (!widget)
-            qFatal("wizard has no %s", name);
-        return widget;
+        return requireChild<T>(wizard.get(), name);
     }
     void open(bool edit);
     void loadCatalogue();
