@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// Reading and preparing files that someone else may have put in place. The tool runs as
+// root and reads files under /tmp that any user can create, so a path may hold a named
+// pipe (open() would block forever), a device (/dev/zero never ends), a folder or a file
+// far larger than any real one. These helpers open without blocking, accept only regular
+// files and stop at a size cap, so such a file counts as one that cannot be read.
+namespace fileio {
+
+// Size caps, each far above any real file of its kind.
+constexpr qint64 kSmallFileCap = qint64(1) << 20;  // records, the style sheet, the lpinfo cache
+constexpr qint64 kPpdFileCap = qint64(16) << 20;   // a driver description
+constexpr qint64 kLargeFileCap = qint64(64) << 20; // driver databases, printers.conf
+
+struct ReadResult
+{
+    enum Status { Ok, Missing, Refused };
+    Status status = Missing;
+    QByteArray data;
+    QString reason; // why it was refused, for the diagnostic line
+    bool ok() const { return status == Ok; }
+};
+
+// Reads the whole file at path if it is a regular file of at most maxBytes bytes.
+// A file that does not exist is Missing; anything else that cannot be read is Refused.
+ReadResult readRegularFile(const QString &path, qint64 maxBytes);
+
+// Opens path for reading if it is a regular file; returns the descriptor (the caller
+// closes it) or -1 with the reason in *reason (empty when the file does not exist).
+int openRegularFile(const QString &path, QString *reason);
+
+// One line on standard error: "printerconfig: ignoring PATH: REASON".
+void reportUnreadable(const QString &path, const QString &reason);
+
+// Like readRegularFile, and reports a refused file with reportUnreadable. A missing file
+// is not reported: for every file the tool reads, absence is an ordinary state.
+ReadResult readRegularFileReporting(const QString &path, qint64 maxBytes);
+
+// Makes path a new, empty file of ours, for a shell command to write into: whatever
+// stands there (a file, or a link planted to redirect the write) is removed first and
+// the file is created with O_CREAT|O_EXCL|O_NOFOLLOW, mode 0644. Returns false, with the
+// reason in *reason, when that cannot be done (for example a folder stands there).
+bool createFreshFile(const QString &path, QString *reason);
+
+} // namespace fileio
