@@ -9,7 +9,7 @@ namespace zeq {
 // A set of key/value properties exchanged with a PersistentObject. When an object is
 // loaded the Access* calls copy stored values (or the defaults) into the caller's
 // variables; when it is committed they record the caller's values, in call order, for
-// writing. Property sets are made by the library itself (see PropertySet).
+// writing. Property sets are made by the library itself, when it loads or commits.
 class PersistentProperties
 {
 public:
