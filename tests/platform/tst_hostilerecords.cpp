@@ -40,16 +40,18 @@ struct Loaded
 
 Loaded loadInChild(const QString &path, const QString &key = QStringLiteral("text"))
 {
-    const childprocess::Outcome outcome = childprocess::run([&] {
-        Item item;
-        item.key = key;
-        item.set_path(path);
-        const bool loaded = item.Load();
-        QByteArray out;
-        QDataStream stream(&out, QIODevice::WriteOnly);
-        stream << item.text << item.flag << loaded;
-        return out;
-    });
+    const childprocess::Outcome outcome = childprocess::run(
+        [&] {
+            Item item;
+            item.key = key;
+            item.set_path(path);
+            const bool loaded = item.Load();
+            QByteArray out;
+            QDataStream stream(&out, QIODevice::WriteOnly);
+            stream << item.text << item.flag << loaded;
+            return out;
+        },
+        2000); // short: a load that reads /dev/zero grows by the second
     Loaded result;
     result.finished = outcome.finished;
     result.elapsedMs = outcome.elapsedMs;
