@@ -28,6 +28,17 @@ void Printer::AccessProperties(zeq::PersistentProperties &properties)
     properties.AccessBoolean(QStringLiteral("default_vdi_printer"), default_vdi_printer, false);
 }
 
+void Printer::set_path(const QString &path)
+{
+    file_path = path;
+    zeq::PersistentObject::set_path(path);
+}
+
+QString Printer::path() const
+{
+    return file_path;
+}
+
 QString Printer::GetName() const
 {
     return name;

@@ -20,6 +20,11 @@ public:
 
     void AccessProperties(zeq::PersistentProperties &properties) override;
 
+    // The record's file. The platform library takes the path but is not asked for it
+    // back, so the record keeps its own copy.
+    void set_path(const QString &path);
+    QString path() const;
+
     QString GetName() const;
     // Points the record at "<registry>/<name with whitespace as _>.pr".
     void UpdatePath();
@@ -29,6 +34,8 @@ public:
 
     // Registry (registry.cpp). The caller owns the returned records.
     static QHash<QString, Printer *> GetPrinters();
+    // Commit and Remove touch only files inside the registry folder (after ".." is
+    // resolved); for any other path they do nothing and say so on standard error.
     using zeq::PersistentObject::Commit;
     using zeq::PersistentObject::Remove;
     bool Commit();
@@ -57,4 +64,7 @@ public:
     QString win_driver;
     QString paper_size;
     bool default_vdi_printer = false;
+
+private:
+    QString file_path;
 };

@@ -5,8 +5,31 @@
 #include <zeq/persistentproperties.h>
 
 #include <QDebug>
+#include <QDir>
+#include <QFile>
 
+#include <cstdio>
 #include <memory>
+
+namespace {
+
+// A record's path comes from its name, which may hold "/" and "..". A name that points
+// into a subfolder of the registry is allowed; one that leads out of it is not, since
+// the tool runs as root and would otherwise write or delete any file on the device.
+bool insideRegistry(const QString &path)
+{
+    const QString folder = paths::registryFolder() + QLatin1Char('/');
+    return QDir::cleanPath(path).startsWith(folder);
+}
+
+void reportOutside(const char *action, const QString &path)
+{
+    std::fprintf(stderr, "printerconfig: not %s %s: outside %s\n", action,
+                 QFile::encodeName(path).constData(),
+                 QFile::encodeName(paths::registryFolder()).constData());
+}
+
+} // namespace
 
 QHash<QString, Printer *> Printer::GetPrinters()
 {
@@ -20,8 +43,8 @@ QHash<QString, Printer *> Printer::GetPrinters()
     qDebug().noquote() << "Printer::GetPrinters - Default printer =" << defaultPrinterName();
 
     QHash<QString, Printer *> printers;
-    const QStringList entries =
-        zeq::PersistentProperties::EnumPropertyFiles(paths::registryFolder(), QStringLiteral("*.pr"));
+    const QStringList entries = zeq::PersistentProperties::EnumPropertyFiles(
+        paths::registryFolder(), QStringLiteral("*.pr"));
     for (const QString &entry : entries) {
         auto *printer = new Printer;
         if (!entry.isEmpty())
@@ -38,6 +61,10 @@ QHash<QString, Printer *> Printer::GetPrinters()
 bool Printer::Commit()
 {
     qDebug() << "bool Printer::Commit";
+    if (!path().isEmpty() && !insideRegistry(path())) {
+        reportOutside("writing", path());
+        return false;
+    }
     if (IsDefault())
         zeq::PersistentObject::Commit(paths::defaultEntry());
     return zeq::PersistentObject::Commit();
@@ -45,6 +72,10 @@ bool Printer::Commit()
 
 bool Printer::Remove()
 {
+    if (!path().isEmpty() && !insideRegistry(path())) {
+        reportOutside("removing", path());
+        return false;
+    }
     if (IsDefault())
         zeq::PersistentProperties::Remove(paths::defaultEntry());
     return zeq::PersistentObject::Remove();

@@ -1,6 +1,6 @@
 #include "support/sandbox.h"
 
-#include <zeq/system.h>
+#include <zeq/shellrunner.h>
 
 #include <QtTest>
 

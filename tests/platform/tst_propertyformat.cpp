@@ -1,9 +1,8 @@
-#include <zeq/persistentproperties.h>
 #include <zeq/propertyformat.h>
 
 #include <QtTest>
 
-using zeq::PersistentProperties;
+using PersistentProperties = zeq::PropertySet;
 namespace fmt = zeq::propertyformat;
 
 class TestPropertyFormat : public QObject
@@ -106,8 +105,8 @@ private slots:
         PersistentProperties in(PersistentProperties::Read);
         fmt::parse("# comment\n\nno separator here\n=value without key\nname=ok\r\n", in);
         QCOMPARE(in.keys(), QStringList{QStringLiteral("name")});
-        // A CR before the line feed belongs to the value: files are written with "\n" only.
-        QCOMPARE(in.raw(QStringLiteral("name")), QStringLiteral("ok\r"));
+        // "\r\n" ends a line as "\n" does; the CR does not belong to the value.
+        QCOMPARE(in.raw(QStringLiteral("name")), QStringLiteral("ok"));
     }
 
     void garbageInputNeverCrashes()

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <zeq/system.h>
+#include <zeq/shellrunner.h>
 
 #include <QStringList>
 

@@ -1,14 +1,78 @@
 #include "zeq/persistentobject.h"
 
-#include "zeq/persistentproperties.h"
+#include "fileio/regularfile.h"
 #include "zeq/propertyformat.h"
+#include "zeq/propertyset.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+#include <QRegularExpression>
+
+#include <cerrno>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace zeq {
+
+namespace {
+
+// A commit writes ".zeq-commit-<pid>-XXXXXX" beside its target and renames it over the
+// target. The leading dot and the random end keep the temporary out of any pattern a
+// caller enumerates ("*.pr"); the writer's process id tells a temporary that is still
+// being written from one left behind by a writer that was killed.
+const char kTemporaryPrefix[] = ".zeq-commit-";
+
+QByteArray temporaryTemplate(const QString &folder)
+{
+    return QFile::encodeName(folder) + '/' + kTemporaryPrefix + QByteArray::number(getpid()) +
+           "-XXXXXX";
+}
+
+// Removes the temporaries in folder whose writer no longer runs.
+void removeStaleTemporaries(const QString &folder)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral("^\\.zeq-commit-(\\d{1,9})-[A-Za-z0-9]{6}$"));
+    DIR *dir = ::opendir(QFile::encodeName(folder).constData());
+    if (!dir)
+        return;
+    const pid_t self = ::getpid();
+    while (const dirent *entry = ::readdir(dir)) {
+        const QRegularExpressionMatch match = pattern.match(QFile::decodeName(entry->d_name));
+        if (!match.hasMatch())
+            continue;
+        const pid_t writer = pid_t(match.captured(1).toInt());
+        if (writer <= 0 || writer == self)
+            continue;
+        if (::kill(writer, 0) == 0 || errno != ESRCH)
+            continue; // its writer may still be at work
+        ::unlinkat(::dirfd(dir), entry->d_name, 0);
+    }
+    ::closedir(dir);
+}
+
+bool writeAll(int fd, const QByteArray &data)
+{
+    const char *p = data.constData();
+    qint64 left = data.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, p, size_t(left));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        p += n;
+        left -= n;
+    }
+    return true;
+}
+
+} // namespace
 
 PersistentObject::PersistentObject() = default;
 
@@ -17,20 +81,20 @@ void PersistentObject::set_path(const QString &path)
     m_path = path;
 }
 
-QString PersistentObject::path() const
-{
-    return m_path;
-}
-
 bool PersistentObject::Load()
 {
-    PersistentProperties properties(PersistentProperties::Read);
-    QFile file(m_path);
-    const bool opened = !m_path.isEmpty() && file.open(QIODevice::ReadOnly);
-    if (opened)
-        propertyformat::parse(file.readAll(), properties);
+    PropertySet properties(PropertySet::Read);
+    bool loaded = false;
+    if (!m_path.isEmpty()) {
+        const fileio::ReadResult file =
+            fileio::readRegularFileReporting(m_path, fileio::kSmallFileCap);
+        if (file.ok()) {
+            propertyformat::parse(file.data, properties);
+            loaded = true;
+        }
+    }
     AccessProperties(properties);
-    return opened;
+    return loaded;
 }
 
 bool PersistentObject::Commit()
@@ -42,21 +106,26 @@ bool PersistentObject::Commit(const QString &path)
 {
     if (path.isEmpty())
         return false;
-    PersistentProperties properties(PersistentProperties::Write);
+    PropertySet properties(PropertySet::Write);
     AccessProperties(properties);
-
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    // QSaveFile writes a temporary file beside the target and renames it over the
-    // target on commit, so a crash never leaves a half-written record behind.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
     const QByteArray data = propertyformat::serialize(properties);
-    if (file.write(data) != data.size()) {
-        file.cancelWriting();
+
+    const QString folder = QFileInfo(path).absolutePath();
+    QDir().mkpath(folder);
+    removeStaleTemporaries(folder);
+
+    // The temporary is complete and on disk before it replaces the target, so the
+    // target always holds one whole record, the old or the new.
+    QByteArray temporary = temporaryTemplate(folder);
+    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0)
         return false;
-    }
-    return file.commit();
+    bool written = ::fchmod(fd, 0644) == 0 && writeAll(fd, data) && ::fsync(fd) == 0;
+    written = ::close(fd) == 0 && written;
+    if (written && ::rename(temporary.constData(), QFile::encodeName(path).constData()) == 0)
+        return true;
+    ::unlink(temporary.constData());
+    return false;
 }
 
 bool PersistentObject::Remove()

@@ -15,13 +15,15 @@ public:
     PersistentObject();
 
     void set_path(const QString &path);
-    QString path() const;
 
-    // Reads the file at path() and hands a read-mode property set to AccessProperties().
-    // A missing or unreadable file gives an empty set, so every field takes its default.
+    // Reads the file at the object's path and hands the properties to AccessProperties().
+    // Only a regular file of at most 1 MiB is read, without blocking; anything else (a
+    // pipe, a device, a folder, a larger file) is reported on standard error and, like
+    // a missing file, gives an empty set, so every field takes its default.
     bool Load();
-    // Writes every property to path() (or to the given path, leaving path() unchanged).
-    // The file is replaced atomically and a missing parent folder is created.
+    // Writes every property to the object's path (or to the given path, leaving the
+    // object's path unchanged). The file is replaced atomically: a crash leaves either
+    // the old or the new file. A missing parent folder is created.
     bool Commit();
     bool Commit(const QString &path);
     bool Remove();

@@ -3,10 +3,12 @@
 #include <QDir>
 #include <QFile>
 
+#include <sys/stat.h>
+
 namespace zeq {
 
-PersistentProperties::PersistentProperties(Mode mode)
-    : m_mode(mode)
+PersistentProperties::PersistentProperties(bool writing)
+    : m_writing(writing)
 {
 }
 
@@ -20,7 +22,7 @@ void PersistentProperties::setRaw(const QString &key, const QString &value)
 void PersistentProperties::AccessString(const QString &key, QString &value,
                                         const QString &defaultValue)
 {
-    if (m_mode == Write) {
+    if (m_writing) {
         setRaw(key, value);
         return;
     }
@@ -30,7 +32,7 @@ void PersistentProperties::AccessString(const QString &key, QString &value,
 
 void PersistentProperties::AccessBoolean(const QString &key, bool &value, bool defaultValue)
 {
-    if (m_mode == Write) {
+    if (m_writing) {
         setRaw(key, value ? QStringLiteral("true") : QStringLiteral("false"));
         return;
     }
@@ -54,10 +56,19 @@ QStringList PersistentProperties::EnumPropertyFiles(const QString &folder, const
 {
     QDir dir(folder);
     QStringList paths;
-    const QStringList names = dir.entryList(QStringList{pattern}, QDir::Files, QDir::Name);
-    paths.reserve(names.size());
-    for (const QString &name : names)
-        paths.append(dir.filePath(name));
+    // Hidden files count: a record saved under an empty name is the file ".pr". The
+    // pattern is matched case-sensitively, so "Upper.PR" is not a "*.pr" file.
+    const QStringList names =
+        dir.entryList(QStringList{pattern},
+                      QDir::Files | QDir::System | QDir::Hidden | QDir::CaseSensitive, QDir::Name);
+    for (const QString &name : names) {
+        // Only regular files, reached directly or through a link: no pipes, devices,
+        // sockets or broken links.
+        const QString path = dir.filePath(name);
+        struct stat st;
+        if (::stat(QFile::encodeName(path).constData(), &st) == 0 && S_ISREG(st.st_mode))
+            paths.append(path);
+    }
     return paths;
 }
 

@@ -1,8 +1,6 @@
 #include "zeq/propertyformat.h"
 
-#include "zeq/persistentproperties.h"
-
-#include <QList>
+#include <QTextCodec>
 
 namespace zeq {
 namespace propertyformat {
@@ -12,7 +10,8 @@ namespace {
 bool needsCodeEscape(const QString &text, int i)
 {
     const QChar c = text.at(i);
-    if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+    // U+FEFF is escaped because a decoder may take it for a byte-order mark and drop it.
+    if (c.unicode() < 0x20 || c.unicode() == 0x7f || c.unicode() == 0xfeff)
         return true;
     if (c.isHighSurrogate())
         return i + 1 >= text.size() || !text.at(i + 1).isLowSurrogate();
@@ -95,7 +94,7 @@ QString unescape(const QString &text)
     return out;
 }
 
-QByteArray serialize(const PersistentProperties &properties)
+QByteArray serialize(const PropertySet &properties)
 {
     QByteArray out;
     for (const QString &key : properties.keys()) {
@@ -107,26 +106,57 @@ QByteArray serialize(const PersistentProperties &properties)
     return out;
 }
 
-void parse(const QByteArray &data, PersistentProperties &properties)
+namespace {
+
+// Decodes one line as UTF-8 keeping a leading U+FEFF: QString::fromUtf8 would take it
+// for a byte-order mark and drop it, losing a character of the key.
+QString decodeLine(const char *data, int size)
 {
-    const QList<QByteArray> lines = data.split('\n');
-    for (const QByteArray &rawLine : lines) {
-        if (rawLine.isEmpty() || rawLine.startsWith('#'))
-            continue;
-        const QString line = QString::fromUtf8(rawLine);
-        // The key ends at the first "=" that is not escaped.
-        int sep = -1;
-        for (int i = 0; i < line.size(); ++i) {
-            if (line.at(i) == QLatin1Char('\\')) {
-                ++i;
-            } else if (line.at(i) == QLatin1Char('=')) {
-                sep = i;
-                break;
-            }
+    static QTextCodec *const utf8 = QTextCodec::codecForMib(106);
+    QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
+    QString line = utf8->toUnicode(data, size, &state);
+    if (state.remainingChars > 0) // a sequence cut off by the end of the line
+        line += QChar(QChar::ReplacementCharacter);
+    return line;
+}
+
+void parseLine(const QString &line, PropertySet &properties)
+{
+    if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
+        return;
+    // The key ends at the first "=" that is not escaped.
+    int sep = -1;
+    for (int i = 0; i < line.size(); ++i) {
+        if (line.at(i) == QLatin1Char('\\')) {
+            ++i;
+        } else if (line.at(i) == QLatin1Char('=')) {
+            sep = i;
+            break;
         }
-        if (sep <= 0)
-            continue;
-        properties.setRaw(unescape(line.left(sep)), unescape(line.mid(sep + 1)));
+    }
+    if (sep <= 0)
+        return;
+    properties.setRaw(unescape(line.left(sep)), unescape(line.mid(sep + 1)));
+}
+
+} // namespace
+
+void parse(const QByteArray &data, PropertySet &properties)
+{
+    const char *const begin = data.constData();
+    const char *const end = begin + data.size();
+    const char *p = begin;
+    if (data.startsWith("\xef\xbb\xbf"))
+        p += 3;
+    while (p < end) {
+        // Lines end in "\n", "\r\n" or "\r". Neither byte occurs inside a UTF-8 sequence.
+        const char *eol = p;
+        while (eol < end && *eol != '\n' && *eol != '\r')
+            ++eol;
+        parseLine(decodeLine(p, int(eol - p)), properties);
+        if (eol < end && *eol == '\r' && eol + 1 < end && eol[1] == '\n')
+            ++eol;
+        p = eol + 1;
     }
 }
 

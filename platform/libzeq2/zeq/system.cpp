@@ -1,8 +1,11 @@
 #include "zeq/system.h"
 
+#include "zeq/shellrunner.h"
+
 #include <QByteArray>
 
 #include <cerrno>
+#include <cstdio>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -12,11 +15,26 @@ namespace zeq {
 namespace System {
 
 namespace {
+
 ShellRunner &installedRunner()
 {
     static ShellRunner runner;
     return runner;
 }
+
+// The command as one printable line: control characters are shown as escapes.
+QByteArray printable(const QString &command)
+{
+    QString out;
+    for (const QChar c : command) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            out += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            out += c;
+    }
+    return out.toLocal8Bit();
+}
+
 } // namespace
 
 ShellRunner SetShellRunner(ShellRunner runner)
@@ -28,6 +46,11 @@ ShellRunner SetShellRunner(ShellRunner runner)
 
 int ExecShell(const QString &command)
 {
+    if (command.contains(QChar(0))) {
+        std::fprintf(stderr, "libzeq2: not running a command that contains a NUL character: %s\n",
+                     printable(command).constData());
+        return -1;
+    }
     if (const ShellRunner &runner = installedRunner())
         return runner(command);
 

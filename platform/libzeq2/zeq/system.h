@@ -2,19 +2,14 @@
 
 #include <QString>
 
-#include <functional>
-
 namespace zeq {
 namespace System {
 
 // Runs one command line through "/bin/sh -c", waits for it and returns its exit status
 // (-1 if it could not be run or was killed). Its standard streams are the caller's.
+// A command line containing a NUL character is refused with one line on standard error
+// and -1: the shell would only see the text before the NUL, a different command.
 int ExecShell(const QString &command);
-
-// Test hook: while a runner is installed, ExecShell hands every command line to it
-// instead of the shell. Returns the runner that was installed before.
-using ShellRunner = std::function<int(const QString &command)>;
-ShellRunner SetShellRunner(ShellRunner runner);
 
 } // namespace System
 } // namespace zeq
