@@ -157,15 +157,15 @@ bool createFreshFile(const QString &path, QString *reason)
     return true;
 }
 
-bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason)
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode)
 {
     const QByteArray name = QFile::encodeName(path);
     if (::unlink(name.constData()) != 0 && errno != ENOENT) {
         *reason = errnoText(errno);
         return false;
     }
-    const int fd =
-        ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          mode_t(mode));
     if (fd < 0) {
         *reason = errnoText(errno);
         return false;

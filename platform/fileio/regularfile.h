@@ -60,8 +60,9 @@ bool createFreshFile(const QString &path, QString *reason);
 // Writes data into path as a new file of ours, created as createFreshFile does. Every
 // write, the flush to the disk (fsync) and the close are checked; on any failure the
 // partial file is removed and false returned with the reason. Either a complete file
-// stands at path afterwards or none of ours does.
-bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason);
+// stands at path afterwards or none of ours does. mode is the new file's permissions
+// (before the umask).
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode = 0644);
 
 // True when anything at all stands at path: a file, a folder, a device, or a link,
 // even one that points nowhere (lstat, the link itself is not followed). A path that
