@@ -125,6 +125,11 @@ ReadResult readRegularFile(const QString &path, qint64 maxBytes)
     return result;
 }
 
+void report(const QString &message)
+{
+    std::fprintf(stderr, "printerconfig: %s\n", message.toLocal8Bit().constData());
+}
+
 void reportUnreadable(const QString &path, const QString &reason)
 {
     std::fprintf(stderr, "printerconfig: ignoring %s: %s\n", QFile::encodeName(path).constData(),

@@ -44,6 +44,9 @@ int openRegularFile(const QString &path, QString *reason);
 ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile *file,
                                     QIODevice::OpenMode mode = QIODevice::ReadOnly);
 
+// One line on standard error: "printerconfig: " and the message.
+void report(const QString &message);
+
 // One line on standard error: "printerconfig: ignoring PATH: REASON".
 void reportUnreadable(const QString &path, const QString &reason);
 

@@ -8,17 +8,10 @@
 #include <QDebug>
 #include <QFile>
 
-#include <cstdio>
-
 namespace {
 
 const char cupsConf[] = "/etc/cups/printers.conf";
 const char scratchConf[] = "/tmp/printers.conf";
-
-void report(const QString &message)
-{
-    std::fprintf(stderr, "printerconfig: %s\n", message.toLocal8Bit().constData());
-}
 
 // Writes the rewritten printers.conf to the scratch file. Returns false when
 // printers.conf cannot be read, which ends the run; *written tells whether the scratch
@@ -39,8 +32,8 @@ bool prepareScratchConf(const QString &uri, bool *written)
                                rewriteUsbDeviceLines(current.data, uri), &reason, 0600)) {
         *written = true;
     } else {
-        report(QStringLiteral("not replacing %1: cannot write %2: %3")
-                   .arg(QLatin1String(cupsConf), QLatin1String(scratchConf), reason));
+        fileio::report(QStringLiteral("not replacing %1: cannot write %2: %3")
+                           .arg(QLatin1String(cupsConf), QLatin1String(scratchConf), reason));
     }
     return true;
 }
