@@ -6,7 +6,6 @@
 #include <zeq/system.h>
 
 #include <QDebug>
-#include <QFile>
 
 namespace {
 

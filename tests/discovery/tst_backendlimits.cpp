@@ -22,11 +22,33 @@ QStringList modelsOf(const QList<Printer> &printers)
     return models;
 }
 
-// A backend printing the given line endlessly, written by the shell itself.
+// A backend printing the given line endlessly, as fast as it can.
 QByteArray endlessLines(const QByteArray &line)
 {
-    return "while :; do echo '" + line + "'; done\n";
+    return "exec yes '" + line + "'\n";
 }
+
+// Drops the trace lines while it lives: a run that finds a hundred thousand printers
+// would otherwise bury the test's own output.
+class QuietTrace
+{
+public:
+    QuietTrace()
+        : m_previous(qInstallMessageHandler(
+              [](QtMsgType type, const QMessageLogContext &context, const QString &text) {
+                  if (type != QtDebugMsg && s_previous)
+                      s_previous(type, context, text);
+              }))
+    {
+        s_previous = m_previous;
+    }
+    ~QuietTrace() { qInstallMessageHandler(m_previous); }
+
+private:
+    QtMessageHandler m_previous;
+    static QtMessageHandler s_previous;
+};
+QtMessageHandler QuietTrace::s_previous = nullptr;
 
 } // namespace
 
@@ -77,7 +99,7 @@ void TestBackendLimits::endlessBackendIsKilledAtTheCapAndOthersStillCount()
     qInfo("run with an endless backend: %lld ms", elapsed);
     // Cut off, it contributes nothing; the backend after it runs as usual.
     QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Next")});
-    QVERIFY2(elapsed < 5000, qPrintable(QString::number(elapsed)));
+    QVERIFY2(elapsed < 1000, qPrintable(QString::number(elapsed)));
     QCOMPARE(err.diagnostics(),
              QStringList{QStringLiteral("printerconfig: backend /usr/lib/cups/backend/a-endless "
                                         "cut off: more output than allowed")});
@@ -142,6 +164,7 @@ void TestBackendLimits::outputOverTheTotalCapIsCutOff()
     QVERIFY(backends::addPrinting(QStringLiteral("many"), line.repeated(count)));
     QVERIFY(backends::addPrinting(QStringLiteral("one-less"),
                                   line.repeated(kBackendOutputCap / line.size())));
+    QuietTrace quiet;
     Discovery discovery;
     CompletionWatch watch(discovery);
     watch.start();
@@ -174,12 +197,12 @@ void TestBackendLimits::destroyingDuringARunawayBackendDoesNotWait()
         CompletionWatch watch(discovery);
         watch.start();
         // Give the run time to reach the backend, then let the owner go.
-        QTest::qWait(100);
+        QTest::qWait(10);
         clock.start();
     }
     const qint64 elapsed = clock.elapsed();
     qInfo("destroyed during a runaway backend in %lld ms", elapsed);
-    QVERIFY2(elapsed < 5000, qPrintable(QString::number(elapsed)));
+    QVERIFY2(elapsed < 1000, qPrintable(QString::number(elapsed)));
 }
 
 QTEST_GUILESS_MAIN(TestBackendLimits)
