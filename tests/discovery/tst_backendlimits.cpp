@@ -10,6 +10,14 @@
 #include <QFile>
 #include <QTest>
 
+#if defined(__SANITIZE_THREAD__)
+#define BACKEND_LIMITS_UNDER_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define BACKEND_LIMITS_UNDER_TSAN 1
+#endif
+#endif
+
 namespace {
 
 const int runTimeoutMs = 20000;
@@ -189,6 +197,13 @@ void TestBackendLimits::standardErrorGoesNowhere()
 
 void TestBackendLimits::destroyingDuringARunawayBackendDoesNotWait()
 {
+#ifdef BACKEND_LIMITS_UNDER_TSAN
+    // The object is destroyed in the middle of a run, right after Qt's own join of the
+    // worker, which the tool does not see (as in tst_discovery's destructor test).
+    QSKIP("ThreadSanitizer cannot see the join inside QThread::wait() that ends this test; "
+          "the endless-backend test covers the kill under it, this one runs in the plain and "
+          "AddressSanitizer builds");
+#endif
     QVERIFY(backends::addScript(QStringLiteral("endless"),
                                 endlessLines("network socket://loop \"Loop\" \"d\"")));
     QElapsedTimer clock;
