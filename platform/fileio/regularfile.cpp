@@ -50,6 +50,36 @@ int openRegularFile(const QString &path, QString *reason)
     return fd;
 }
 
+ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile *file,
+                                    QIODevice::OpenMode mode)
+{
+    ReadResult result;
+    const int fd = openRegularFile(path, &result.reason);
+    if (fd < 0) {
+        result.status = result.reason.isEmpty() ? ReadResult::Missing : ReadResult::Refused;
+    } else {
+        struct stat st;
+        if (::fstat(fd, &st) != 0) {
+            result.status = ReadResult::Refused;
+            result.reason = errnoText(errno);
+            ::close(fd);
+        } else if (st.st_size > maxBytes) {
+            result.status = ReadResult::Refused;
+            result.reason = tooLarge(maxBytes);
+            ::close(fd);
+        } else if (!file->open(fd, mode | QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+            result.status = ReadResult::Refused;
+            result.reason = file->errorString();
+            ::close(fd);
+        } else {
+            result.status = ReadResult::Ok;
+        }
+    }
+    if (result.status == ReadResult::Refused)
+        reportUnreadable(path, result.reason);
+    return result;
+}
+
 ReadResult readRegularFile(const QString &path, qint64 maxBytes)
 {
     ReadResult result;
@@ -95,6 +125,11 @@ ReadResult readRegularFile(const QString &path, qint64 maxBytes)
     return result;
 }
 
+void report(const QString &message)
+{
+    std::fprintf(stderr, "printerconfig: %s\n", message.toLocal8Bit().constData());
+}
+
 void reportUnreadable(const QString &path, const QString &reason)
 {
     std::fprintf(stderr, "printerconfig: ignoring %s: %s\n", QFile::encodeName(path).constData(),
@@ -125,6 +160,56 @@ bool createFreshFile(const QString &path, QString *reason)
     }
     ::close(fd);
     return true;
+}
+
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode)
+{
+    const QByteArray name = QFile::encodeName(path);
+    if (::unlink(name.constData()) != 0 && errno != ENOENT) {
+        *reason = errnoText(errno);
+        return false;
+    }
+    const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                          mode_t(mode));
+    if (fd < 0) {
+        *reason = errnoText(errno);
+        return false;
+    }
+    const char *next = data.constData();
+    qint64 left = data.size();
+    bool ok = true;
+    while (ok && left > 0) {
+        const ssize_t n = ::write(fd, next, size_t(left));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            // A write of nothing without an error would loop forever; treat it as full.
+            *reason = errnoText(n < 0 ? errno : ENOSPC);
+            ok = false;
+            break;
+        }
+        next += n;
+        left -= n;
+    }
+    // Some file systems report a full disk or a failing device only when the data is
+    // flushed, so the file counts as written only after fsync.
+    if (ok && ::fsync(fd) != 0) {
+        *reason = errnoText(errno);
+        ok = false;
+    }
+    if (::close(fd) != 0 && ok) {
+        *reason = errnoText(errno);
+        ok = false;
+    }
+    if (!ok)
+        ::unlink(name.constData()); // our own file: nothing half-written stays behind
+    return ok;
+}
+
+bool pathTaken(const QString &path)
+{
+    struct stat st;
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0 || errno != ENOENT;
 }
 
 } // namespace fileio

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QIODevice>
 #include <QString>
+
+class QFile;
 
 // Reading and preparing files that someone else may have put in place. The tool runs as
 // root and reads files under /tmp that any user can create, so a path may hold a named
@@ -32,6 +35,18 @@ ReadResult readRegularFile(const QString &path, qint64 maxBytes);
 // closes it) or -1 with the reason in *reason (empty when the file does not exist).
 int openRegularFile(const QString &path, QString *reason);
 
+// For files read as a stream rather than whole: opens path as openRegularFile does,
+// refuses it when it is already larger than maxBytes, and otherwise hands the descriptor
+// to file, opened with mode (ReadOnly, optionally Text), which then owns it. The result
+// carries no data. A refused file is reported with reportUnreadable. The size is checked
+// once, at opening: a caller that must not read past maxBytes while the file grows stops
+// by itself (file->pos()).
+ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile *file,
+                                    QIODevice::OpenMode mode = QIODevice::ReadOnly);
+
+// One line on standard error: "printerconfig: " and the message.
+void report(const QString &message);
+
 // One line on standard error: "printerconfig: ignoring PATH: REASON".
 void reportUnreadable(const QString &path, const QString &reason);
 
@@ -44,5 +59,17 @@ ReadResult readRegularFileReporting(const QString &path, qint64 maxBytes);
 // the file is created with O_CREAT|O_EXCL|O_NOFOLLOW, mode 0644. Returns false, with the
 // reason in *reason, when that cannot be done (for example a folder stands there).
 bool createFreshFile(const QString &path, QString *reason);
+
+// Writes data into path as a new file of ours, created as createFreshFile does. Every
+// write, the flush to the disk (fsync) and the close are checked; on any failure the
+// partial file is removed and false returned with the reason. Either a complete file
+// stands at path afterwards or none of ours does. mode is the new file's permissions
+// (before the umask).
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode = 0644);
+
+// True when anything at all stands at path: a file, a folder, a device, or a link,
+// even one that points nowhere (lstat, the link itself is not followed). A path that
+// cannot be examined counts as taken.
+bool pathTaken(const QString &path);
 
 } // namespace fileio

@@ -2,50 +2,76 @@
 
 #include "printer/printer.h"
 
+#include <fileio/regularfile.h>
 #include <zeq/system.h>
 
 #include <QDebug>
-#include <QFile>
-#include <QTextStream>
-
-#include <memory>
 
 namespace {
 
 const char cupsConf[] = "/etc/cups/printers.conf";
 const char scratchConf[] = "/tmp/printers.conf";
 
-// Copies printers.conf to the scratch file, replacing every USB device line by uri.
-// Returns false when printers.conf cannot be read.
-bool rewriteUsbDeviceLines(const QString &uri)
+// Writes the rewritten printers.conf to the scratch file. Returns false when
+// printers.conf cannot be read, which ends the run; *written tells whether the scratch
+// file now holds the complete rewrite, the only case in which it may replace the
+// original.
+bool prepareScratchConf(const QString &uri, bool *written)
 {
-    QFile in(QString::fromLatin1(cupsConf));
-    if (!in.open(QIODevice::ReadOnly | QIODevice::Text))
+    *written = false;
+    const fileio::ReadResult current =
+        fileio::readRegularFileReporting(QString::fromLatin1(cupsConf), fileio::kLargeFileCap);
+    if (!current.ok())
         return false;
-    QFile out(QString::fromLatin1(scratchConf));
-    out.open(QIODevice::WriteOnly | QIODevice::Truncate);
-
-    QTextStream reader(&in);
-    QTextStream writer(&out);
-    QString line;
-    while (reader.readLineInto(&line)) {
-        if (line.startsWith(QLatin1String("DeviceURI")) && line.contains(QLatin1String("usb")))
-            line = QStringLiteral("DeviceURI ") + uri;
-        writer << line << '\n';
+    QString reason;
+    // The scratch file is made afresh: whatever stands at its path in the world-writable
+    // /tmp (a link planted to redirect our write, say) is removed first. Only root may
+    // read it: device URIs can hold passwords, and mv keeps the mode in /etc/cups.
+    if (fileio::writeFreshFile(QString::fromLatin1(scratchConf),
+                               rewriteUsbDeviceLines(current.data, uri), &reason, 0600)) {
+        *written = true;
+    } else {
+        fileio::report(QStringLiteral("not replacing %1: cannot write %2: %3")
+                           .arg(QLatin1String(cupsConf), QLatin1String(scratchConf), reason));
     }
-    writer.flush();
-    out.close();
-    in.close();
     return true;
 }
 
 } // namespace
 
+QByteArray rewriteUsbDeviceLines(const QByteArray &conf, const QString &uri)
+{
+    const QByteArray replacement = QByteArrayLiteral("DeviceURI ") + uri.toLocal8Bit();
+    QByteArray out;
+    out.reserve(conf.size() + 1);
+    const char *data = conf.constData();
+    const int size = conf.size();
+    int start = 0;
+    while (start < size) {
+        int end = conf.indexOf('\n', start);
+        const int next = end < 0 ? size : end + 1;
+        if (end < 0)
+            end = size;
+        // "\r\n" is a line end like "\n"; so is a carriage return as the very last byte.
+        if (end > start && data[end - 1] == '\r')
+            --end;
+        const QByteArray line = QByteArray::fromRawData(data + start, end - start);
+        if (line.startsWith("DeviceURI") && line.contains("usb"))
+            out += replacement;
+        else
+            out.append(data + start, end - start);
+        out += '\n';
+        start = next;
+    }
+    return out;
+}
+
 int runConfigure()
 {
     QHash<QString, Printer *> printers = Printer::GetPrinters();
     // The map owns its records.
-    struct Owner {
+    struct Owner
+    {
         QHash<QString, Printer *> &map;
         ~Owner() { qDeleteAll(map); }
     } owner{printers};
@@ -58,9 +84,13 @@ int runConfigure()
         // intended behaviour: a thin client has a single local printer port.
         zeq::System::ExecShell(QStringLiteral("cp /tmp/config/files/cups/* /etc/cups"));
         zeq::System::ExecShell(QStringLiteral("cp /tmp/config/files/cups/*.ppd /etc/cups/ppd"));
-        if (!rewriteUsbDeviceLines(uri))
+        bool written = false;
+        if (!prepareScratchConf(uri, &written))
             return 0;
-        zeq::System::ExecShell(QStringLiteral("mv /tmp/printers.conf /etc/cups/"));
+        // Only a complete file may replace printers.conf: a half-written one (a full
+        // /tmp) would lose the printers CUPS knows.
+        if (written)
+            zeq::System::ExecShell(QStringLiteral("mv /tmp/printers.conf /etc/cups/"));
     }
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "common/windowchrome.h"
 
-#include <QFile>
+#include <fileio/regularfile.h>
+
 #include <QGuiApplication>
 #include <QScreen>
 #include <QWidget>
@@ -15,12 +16,12 @@ QString styleSheetFromBytes(const QByteArray &bytes)
 
 QString loadStyleSheet()
 {
-    QFile file(styleSheetPath());
-    // A missing file gives no style and no message; reading an unopened QFile would
-    // make Qt print a warning.
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    return styleSheetFromBytes(file.readAll());
+    // Any user can put something at this path in /tmp. A missing file gives no style and
+    // no message; a named pipe (which would keep the window from ever appearing), a
+    // device or an oversized file gives no style and one line on standard error.
+    const fileio::ReadResult read =
+        fileio::readRegularFileReporting(styleSheetPath(), fileio::kSmallFileCap);
+    return read.ok() ? styleSheetFromBytes(read.data) : QString();
 }
 
 QPoint centredTopLeft(const QRect &available, const QSize &size)

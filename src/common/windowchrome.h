@@ -12,11 +12,15 @@ class QWidget;
 // placement in the middle of the first screen.
 namespace windowchrome {
 
-inline QString styleSheetPath() { return QStringLiteral("/tmp/.config/default.css"); }
+inline QString styleSheetPath()
+{
+    return QStringLiteral("/tmp/.config/default.css");
+}
 
 // The style sheet bytes as Latin-1 text up to the first NUL byte.
 QString styleSheetFromBytes(const QByteArray &bytes);
-// Reads styleSheetPath(); a missing or unreadable file gives an empty text.
+// Reads styleSheetPath(); a missing file, or one that is not a regular file of at most
+// 1 MiB, gives an empty text.
 QString loadStyleSheet();
 
 // Top-left position that puts a window of the given size in the middle of the area:
@@ -29,6 +33,9 @@ void centreOnScreen0(QWidget *window);
 
 // Window icon resource; written with a double slash after the colon, as the windows
 // have always named it.
-inline QString windowIconPath() { return QStringLiteral("://zeq-icons/printer/print32.png"); }
+inline QString windowIconPath()
+{
+    return QStringLiteral("://zeq-icons/printer/print32.png");
+}
 
 } // namespace windowchrome

@@ -1,17 +1,101 @@
 #include "discovery/discovery.h"
 
+#include <fileio/regularfile.h>
+
+#include <QDeadlineTimer>
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QMetaObject>
 #include <QProcess>
-#include <QString>
 #include <QStringList>
+
+#include <cstring>
 
 namespace {
 const char backendFolder[] = "/usr/lib/cups/backend";
 // A backend gets this long to finish; there is deliberately no way to change it.
 const int backendTimeoutMs = 30000;
+// How long a backend killed at an output cap is given to go.
+const int killWaitMs = 5000;
+
+// The characters \w stands for in the pattern (QRegExp's Unicode sense).
+bool isWordChar(QChar c)
+{
+    return c.isLetterOrNumber() || c.isMark() || c == QLatin1Char('_');
+}
+
+// A backend's standard output as it arrives, kept only within the caps.
+class BackendOutput
+{
+public:
+    void clear()
+    {
+        m_bytes.clear();
+        m_lineLength = 0;
+        m_overCap = false;
+    }
+
+    // Keeps chunk; false, keeping nothing more, once a line or the whole output has
+    // grown past its cap.
+    bool append(const QByteArray &chunk)
+    {
+        if (m_overCap || m_bytes.size() + qint64(chunk.size()) > kBackendOutputCap) {
+            m_overCap = true;
+            return false;
+        }
+        const char *next = chunk.constData();
+        const char *const end = next + chunk.size();
+        while (next < end) {
+            const void *found = std::memchr(next, '\n', size_t(end - next));
+            const char *lineEnd = found ? static_cast<const char *>(found) : end;
+            if (m_lineLength + (lineEnd - next) > kBackendLineCap) {
+                m_overCap = true;
+                return false;
+            }
+            m_lineLength = found ? 0 : m_lineLength + (lineEnd - next);
+            next = found ? lineEnd + 1 : end;
+        }
+        m_bytes += chunk;
+        return true;
+    }
+
+    bool overCap() const { return m_overCap; }
+    const QByteArray &bytes() const { return m_bytes; }
+
+private:
+    QByteArray m_bytes;
+    qint64 m_lineLength = 0;
+    bool m_overCap = false;
+};
+
+// Waits up to backendTimeoutMs for the running backend to end, taking its standard
+// output as it comes so that nothing piles up unread. A backend that prints past a cap
+// is killed at once. Returns true when the backend ended by itself within the time.
+bool waitForBackend(QProcess &process, BackendOutput *output)
+{
+    const auto take = [&] {
+        if (output->append(process.readAllStandardOutput()))
+            return true;
+        fileio::report(
+            QStringLiteral("backend %1 cut off: more output than allowed").arg(process.program()));
+        process.kill();
+        process.waitForFinished(killWaitMs);
+        return false;
+    };
+    const QDeadlineTimer deadline(backendTimeoutMs);
+    if (!process.waitForStarted(int(deadline.remainingTime())))
+        return false; // it could not be started
+    while (process.state() == QProcess::Running && !deadline.hasExpired()) {
+        process.waitForReadyRead(int(deadline.remainingTime()));
+        if (!take())
+            return false;
+    }
+    if (process.state() != QProcess::NotRunning)
+        return false; // out of time; it is left running, see doTask()
+    return take();
+}
+
 } // namespace
 
 QRegExp deviceLinePattern()
@@ -20,20 +104,71 @@ QRegExp deviceLinePattern()
                    QRegExp::RegExp);
 }
 
-QList<Printer> parseBackendOutput(const QByteArray &output, const QRegExp &pattern)
+// The pattern leaves no choice once its first word is fixed: each part ends where the
+// characters it accepts end. So the leftmost match starts at the first run of word
+// characters from whose end the rest fits, and each run is tried once. The parts that
+// are tried do not overlap from one run to the next (a later try starts past the blank
+// or quote where an earlier one stopped), so the search reads each character a bounded
+// number of times.
+bool findDeviceLine(const QString &line, DeviceLineMatch *match)
+{
+    const QChar *const text = line.constData();
+    const int size = line.size();
+    int start = 0;
+    for (;;) {
+        while (start < size && !isWordChar(text[start]))
+            ++start;
+        if (start == size)
+            return false;
+        int classEnd = start;
+        while (classEnd < size && isWordChar(text[classEnd]))
+            ++classEnd;
+
+        const int uriStart = classEnd + 1;
+        if (classEnd < size && text[classEnd] == QLatin1Char(' ')) {
+            int schemeEnd = uriStart;
+            while (schemeEnd < size && isWordChar(text[schemeEnd]))
+                ++schemeEnd;
+            if (schemeEnd > uriStart && line.midRef(schemeEnd, 3) == QLatin1String("://")) {
+                int uriEnd = schemeEnd + 3;
+                while (uriEnd < size && !text[uriEnd].isSpace())
+                    ++uriEnd;
+                if (uriEnd > schemeEnd + 3 && uriEnd + 1 < size &&
+                    text[uriEnd] == QLatin1Char(' ') && text[uriEnd + 1] == QLatin1Char('"')) {
+                    const int modelStart = uriEnd + 2;
+                    const int modelEnd = line.indexOf(QLatin1Char('"'), modelStart);
+                    // Without a closing quote no later start can have two quotes either.
+                    if (modelEnd < 0)
+                        return false;
+                    if (modelEnd + 1 < size && text[modelEnd + 1] == QLatin1Char(' ')) {
+                        match->position = start;
+                        match->deviceClass = line.mid(start, classEnd - start);
+                        match->uri = line.mid(uriStart, uriEnd - uriStart);
+                        match->model = line.mid(modelStart, modelEnd - modelStart);
+                        return true;
+                    }
+                }
+            }
+        }
+        start = classEnd;
+    }
+}
+
+QList<Printer> parseBackendOutput(const QByteArray &output)
 {
     QList<Printer> printers;
     // Anything after a zero byte is not text the backend meant for us.
     const QString text = QString::fromUtf8(output.constData());
     const QStringList lines = text.split(QLatin1Char('\n'));
+    DeviceLineMatch match;
     for (const QString &line : lines) {
         // Not anchored: a device line preceded by other text on the same line still counts.
-        if (pattern.indexIn(line, 0) < 0)
+        if (!findDeviceLine(line, &match))
             continue;
         Printer printer;
-        printer.printer_class = pattern.cap(1);
-        printer.device_uri = pattern.cap(2);
-        printer.model = pattern.cap(3);
+        printer.printer_class = match.deviceClass;
+        printer.device_uri = match.uri;
+        printer.model = match.model;
         qDebug().noquote().nospace() << "-->" << printer.model << ", " << printer.device_uri;
         printers.append(printer);
     }
@@ -69,21 +204,27 @@ void Discovery::start()
 void Discovery::doTask()
 {
     // One runner for the whole run, and a backend that outlives its wait is deliberately
-    // not killed: the toolkit refuses to start the following backends while it runs, their
-    // waits wait on it instead, and what it has printed when it ends is still taken.
+    // not killed: the following backends are not started while it runs, their waits
+    // wait on it instead, and what it has printed when it ends is still taken.
     // Leaving this function destroys the runner, which kills a backend still running.
     QProcess process;
-    const QRegExp pattern = deviceLinePattern();
+    // Nobody reads a backend's messages; they must not pile up in memory either.
+    process.setStandardErrorFile(QProcess::nullDevice());
+    BackendOutput output;
     const QFileInfoList entries = QDir(QString::fromLatin1(backendFolder)).entryInfoList();
 
     results.clear();
     for (const QFileInfo &entry : entries) {
         if (!entry.isFile())
             continue;
-        process.start(entry.absoluteFilePath(), QStringList(), QIODevice::ReadWrite);
-        if (!process.waitForFinished(backendTimeoutMs))
+        // The toolkit would refuse to start a runner that is still running.
+        if (process.state() == QProcess::NotRunning) {
+            output.clear();
+            process.start(entry.absoluteFilePath(), QStringList(), QIODevice::ReadWrite);
+        }
+        if (!waitForBackend(process, &output))
             continue;
-        results += parseBackendOutput(process.readAllStandardOutput(), pattern);
+        results += parseBackendOutput(output.bytes());
     }
     emit completed();
 }

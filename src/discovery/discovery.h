@@ -6,17 +6,40 @@
 #include <QList>
 #include <QObject>
 #include <QRegExp>
+#include <QString>
 #include <QThread>
 
 // A CUPS device line: device class, device URI, the make-and-model in double quotes,
-// then a space and whatever else the backend adds (description, device ID, ...).
+// then a space and whatever else the backend adds (description, device ID, ...). This is
+// the pattern the scanner below answers for; it is kept to define and test the scanner,
+// which gives the same answers in time linear in the line's length.
 QRegExp deviceLinePattern();
+
+// The captures of a device line and where in the line it starts.
+struct DeviceLineMatch
+{
+    int position = -1;
+    QString deviceClass;
+    QString uri;
+    QString model;
+};
+
+// Searches line for the leftmost device line, exactly as deviceLinePattern() searched
+// from position 0 (not anchored) would, with the same captures: a word (letters, digits,
+// marks, underscores), a space, a URI (a word, "://" and at least one non-space
+// character), a space, the make-and-model in double quotes, and a space. Returns false,
+// leaving *match alone, when the line holds none.
+bool findDeviceLine(const QString &line, DeviceLineMatch *match);
 
 // The printers announced in one backend's standard output: the text up to the first
 // zero byte, decoded as UTF-8, searched line by line for a device line. Each match
 // gives a record with only its class, device URI and model filled in.
-QList<Printer> parseBackendOutput(const QByteArray &output,
-                                  const QRegExp &pattern = deviceLinePattern());
+QList<Printer> parseBackendOutput(const QByteArray &output);
+
+// What a backend may print before it is cut off: its process is killed and it
+// contributes nothing, as one that does not finish in time.
+constexpr int kBackendLineCap = 64 * 1024;         // bytes in one line
+constexpr int kBackendOutputCap = 4 * 1024 * 1024; // bytes in all
 
 // Lists the printers the device can reach by running every CUPS backend once without
 // arguments, as CUPS does itself, on a thread of its own so that slow network probes

@@ -1,5 +1,7 @@
 #include "drivers/ppdset.h"
 
+#include <fileio/regularfile.h>
+
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
@@ -149,13 +151,19 @@ void PPDSet::readDatabases()
     bool firstSeen = false;
 
     for (const QString &database : qAsConst(databases)) {
-        QFile file(database);
-        if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        // Only a regular file of at most 64 MiB is read; anything else (a named pipe, a
+        // device, a huge file, a folder) counts as a missing database, with one line on
+        // standard error.
+        QFile file;
+        if (!fileio::openRegularFileReporting(database, fileio::kLargeFileCap, &file,
+                                              QIODevice::ReadOnly | QIODevice::Text)
+                 .ok())
             continue;
 
         QTextStream stream(&file);
         baseFolder = stream.readLine();
-        while (!stream.atEnd()) {
+        // A file that grows while it is read is cut at the cap.
+        while (!stream.atEnd() && file.pos() <= fileio::kLargeFileCap) {
             stream.readLineInto(&line);
             if (!parseDriverLine(line, &fields))
                 continue;

@@ -3,10 +3,11 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
 
+#include <fileio/regularfile.h>
 #include <zeq/system.h>
 
+#include <QBuffer>
 #include <QDebug>
-#include <QFile>
 #include <QTextStream>
 
 namespace {
@@ -21,6 +22,15 @@ QString scanForDirectUsb(QTextStream &in)
             return line.mid(directPrefixLength);
     }
     return QString();
+}
+
+// The cache's bytes read as the text file it always was (text mode, the locale's codec).
+QString scanCacheBytes(QByteArray bytes)
+{
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
+    QTextStream in(&buffer);
+    return scanForDirectUsb(in);
 }
 } // namespace
 
@@ -41,17 +51,26 @@ QString Printer::GetPrinterDevice() const
 
     QString device = paths::fallbackUsbDevice();
     // "lpinfo -v" probes every backend and is slow, so its answer is kept until the
-    // next boot empties /tmp.
-    if (!QFile::exists(paths::lpinfoCache()))
-        zeq::System::ExecShell(QStringLiteral("lpinfo -v >") + paths::lpinfoCache());
+    // next boot empties /tmp. Whatever stands at the cache's path counts as the cache,
+    // a link included, even one that points nowhere: the shell's redirect follows links,
+    // and one planted in /tmp by another user must never receive root's output. Only
+    // when nothing is there is the file made afresh by us and filled by lpinfo.
+    const QString cache = paths::lpinfoCache();
+    if (!fileio::pathTaken(cache)) {
+        QString reason;
+        if (fileio::createFreshFile(cache, &reason))
+            zeq::System::ExecShell(QStringLiteral("lpinfo -v >") + cache);
+        else
+            fileio::report(
+                QStringLiteral("not running lpinfo: cannot create %1: %2").arg(cache, reason));
+    }
 
-    QFile cache(paths::lpinfoCache());
-    if (cache.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        QTextStream in(&cache);
-        const QString found = scanForDirectUsb(in);
+    // Anything but a regular file of a sane size counts as a cache that cannot be read.
+    const fileio::ReadResult read = fileio::readRegularFileReporting(cache, fileio::kSmallFileCap);
+    if (read.ok()) {
+        const QString found = scanCacheBytes(read.data);
         if (!found.isEmpty())
             device = found;
-        cache.close();
     }
     qDebug().noquote() << "Printer::GetPrinterDevice - device:" << device;
     return device;

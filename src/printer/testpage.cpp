@@ -2,14 +2,15 @@
 
 #include "printer/paths.h"
 
+#include <fileio/regularfile.h>
 #include <zeq/system.h>
 
-#include <QFile>
-#include <QTextStream>
+#include <QString>
 
 namespace {
 const char settingsFile[] = "/tmp/prtestinfo";
-}
+const char pageFile[] = "/tmp/prtest";
+} // namespace
 
 void Printer::PrintTestPage()
 {
@@ -20,22 +21,32 @@ void Printer::PrintTestPage()
 
     // A raw text printer cannot render the PostScript page, so it gets a plain-text
     // page listing its settings, behind CUPS's text printer preamble.
-    QFile file(QString::fromLatin1(settingsFile));
-    file.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    {
-        QTextStream out(&file);
-        out << QStringLiteral("\tName:\t\t%1\r\n\r\n").arg(name);
-        out << QStringLiteral("\tClass:\t\t%1\r\n\r\n").arg(printer_class);
-        out << QStringLiteral("\tModel:\t\t%1\r\n\r\n").arg(model);
-        out << QStringLiteral("\tDevice:\t\t%1\r\n\r\n").arg(device_uri);
-        out << QStringLiteral("\tCups Driver:\t%1\r\n\r\n").arg(ppd);
-        out << QStringLiteral("\tWindows Driver:\t%1\r\n\r\n").arg(win_driver);
-        out << QStringLiteral("\tPaper Size:\t%1\r\n\r\n").arg(paper_size);
-        out << QStringLiteral("\r\n\f"); // eject the page
-        out.flush();
-    }
-    file.close();
+    QString settings;
+    settings += QStringLiteral("\tName:\t\t%1\r\n\r\n").arg(name);
+    settings += QStringLiteral("\tClass:\t\t%1\r\n\r\n").arg(printer_class);
+    settings += QStringLiteral("\tModel:\t\t%1\r\n\r\n").arg(model);
+    settings += QStringLiteral("\tDevice:\t\t%1\r\n\r\n").arg(device_uri);
+    settings += QStringLiteral("\tCups Driver:\t%1\r\n\r\n").arg(ppd);
+    settings += QStringLiteral("\tWindows Driver:\t%1\r\n\r\n").arg(win_driver);
+    settings += QStringLiteral("\tPaper Size:\t%1\r\n\r\n").arg(paper_size);
+    settings += QStringLiteral("\r\n\f"); // eject the page
 
+    // Both files live in the world-writable /tmp, so each is made afresh by us: a link
+    // planted there is removed, never written through. The settings are written in the
+    // locale's encoding, as a text stream would. If they cannot be written the page is
+    // printed all the same, with whatever the command finds.
+    QString reason;
+    if (!fileio::writeFreshFile(QString::fromLatin1(settingsFile), settings.toLocal8Bit(), &reason))
+        fileio::report(
+            QStringLiteral("cannot write %1: %2").arg(QLatin1String(settingsFile), reason));
+
+    // The page file is written by the shell's redirect, which follows links: without a
+    // fresh file of ours at its path nothing may write it, nor print what stands there.
+    if (!fileio::createFreshFile(QString::fromLatin1(pageFile), &reason)) {
+        fileio::report(QStringLiteral("no test page: cannot create %1: %2")
+                           .arg(QLatin1String(pageFile), reason));
+        return;
+    }
     zeq::System::ExecShell(
         QStringLiteral("cat /usr/share/cups/data/textonly.prn /tmp/prtestinfo > /tmp/prtest"));
     zeq::System::ExecShell(QStringLiteral("lp -d %1 /tmp/prtest").arg(name));

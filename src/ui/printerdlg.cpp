@@ -5,6 +5,7 @@
 #include "printer/printer.h"
 #include "ui/wizarddlg.h"
 
+#include <fileio/regularfile.h>
 #include <zeq/system.h>
 
 #include <QDebug>
@@ -25,6 +26,24 @@ QString itemIconPath(const Printer &printer)
                                    : QStringLiteral(":/zeq-icons/printer/net.png");
     return printer.IsDefault() ? QStringLiteral(":/zeq-icons/printer/deflocal.png")
                                : QStringLiteral(":/zeq-icons/printer/local.png");
+}
+
+// The edited PPD is written by the shell's redirect into the world-writable /tmp (a
+// redirect follows links) and then copied over the queue's PPD, so a file planted there
+// could hand CUPS a driver of someone else's choosing. The file is therefore made afresh
+// by us before the edit; when that cannot be done (or the name would reach outside /tmp)
+// the edit and both copies are left out, with one line on standard error.
+bool makeScratchPpd(const QString &ppdFile)
+{
+    const QString scratch = QStringLiteral("/tmp/") + ppdFile;
+    QString reason;
+    if (ppdFile.contains(QLatin1Char('/')))
+        reason = QStringLiteral("the printer name holds a '/'");
+    else if (fileio::createFreshFile(scratch, &reason))
+        return true;
+    fileio::report(
+        QStringLiteral("not editing the queue's PPD: cannot create %1: %2").arg(scratch, reason));
+    return false;
 }
 
 } // namespace
@@ -116,7 +135,7 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
 
     const QString ppdFile = printer->name + QLatin1String(".ppd");
     // A raw text queue has no page sizes to set, so its PPD is left alone and not staged.
-    if (!printer->ppd.contains(paths::rawTextDriverMarker())) {
+    if (!printer->ppd.contains(paths::rawTextDriverMarker()) && makeScratchPpd(ppdFile)) {
         // No blank before the pipe and two before the redirection: the line has always
         // been issued this way. The paper size goes into the sed expression as it is.
         QString command = QStringLiteral("cat /etc/cups/ppd/");

@@ -4,9 +4,11 @@
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
 
+#include <fileio/regularfile.h>
+
+#include <QBuffer>
 #include <QCloseEvent>
 #include <QDebug>
-#include <QFile>
 #include <QIcon>
 #include <QListWidget>
 #include <QListWidgetItem>
@@ -55,6 +57,16 @@ QStringList paperSizesFromPpd(QTextStream &in)
             sizes.append(paperSizeFromPageSizeLine(line));
     }
     return sizes;
+}
+
+QStringList paperSizesFromPpd(const QByteArray &ppd)
+{
+    // Read as the text file it is: text mode, the locale's codec.
+    QByteArray bytes = ppd;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
+    QTextStream in(&buffer);
+    return paperSizesFromPpd(in);
 }
 
 WizardDlg::WizardDlg(PPDSet *catalogue, Printer *printer, bool edit)
@@ -170,18 +182,18 @@ void WizardDlg::loadPaperSizes()
 {
     qDebug().noquote() << "WizardDlg::loadPaperSizes" << printer->ppd;
     cbPaperSize->clear();
-    QFile file(printer->ppd);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+    // The path comes from the record; only a regular file of at most 16 MiB is read.
+    const fileio::ReadResult read =
+        fileio::readRegularFileReporting(printer->ppd, fileio::kPpdFileCap);
+    if (!read.ok()) {
         qDebug() << "Cant open file";
         return;
     }
-    QTextStream in(&file);
-    const QStringList sizes = paperSizesFromPpd(in);
+    const QStringList sizes = paperSizesFromPpd(read.data);
     for (const QString &size : sizes) {
         qDebug().noquote() << "WizardDlg: paper size" << size;
         cbPaperSize->addItem(size);
     }
-    file.close();
 }
 
 void WizardDlg::driverChanged(int newdriver)

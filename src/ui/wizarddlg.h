@@ -5,6 +5,7 @@
 
 #include "drivers/ppdsetloader.h"
 
+#include <QByteArray>
 #include <QDialog>
 #include <QString>
 #include <QStringList>
@@ -22,6 +23,8 @@ class QTextStream;
 QString paperSizeFromPageSizeLine(const QString &line);
 // The paper sizes of every line starting with "*PageSize", in file order, duplicates kept.
 QStringList paperSizesFromPpd(QTextStream &in);
+// The same over the bytes of a whole PPD file.
+QStringList paperSizesFromPpd(const QByteArray &ppd);
 
 // The dialog that creates or edits one printer record in place. The user works on the
 // preferences page and the summary page; the catalogue pages before them are complete

@@ -1,0 +1,351 @@
+#include "app/configure.h"
+#include "printer/printer.h"
+#include "support/sandbox.h"
+#include "support/shellrecorder.h"
+#include "support/stderrcapture.h"
+#include "support/watchdog.h"
+
+#include <QBuffer>
+#include <QRandomGenerator>
+#include <QTextStream>
+#include <QtTest>
+
+#include <cerrno>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+namespace {
+
+const QString conf = QStringLiteral("/etc/cups/printers.conf");
+const QString scratch = QStringLiteral("/tmp/printers.conf");
+const QString uri = QStringLiteral("usb://EPSON/TM-T88V?serial=1");
+const QString copyAll = QStringLiteral("cp /tmp/config/files/cups/* /etc/cups");
+const QString copyPpds = QStringLiteral("cp /tmp/config/files/cups/*.ppd /etc/cups/ppd");
+const QString moveBack = QStringLiteral("mv /tmp/printers.conf /etc/cups/");
+
+void addPrinter(const QString &name, const QString &deviceUri)
+{
+    Printer p;
+    p.name = name;
+    p.device_uri = deviceUri;
+    p.printer_class = QStringLiteral("network");
+    p.UpdatePath();
+    QVERIFY(p.Commit());
+}
+
+// The rewrite as it was done when the file was read through a text stream: the file
+// opened in text mode, each line decoded, tested and written back with "\n". For text
+// that is valid UTF-8 without a byte order mark or a lone carriage return, the byte
+// rewrite must give exactly the same file.
+QByteArray rewriteAsTextStreamDid(QByteArray conf, const QString &uri)
+{
+    QBuffer in(&conf);
+    in.open(QIODevice::ReadOnly | QIODevice::Text);
+    QByteArray result;
+    QBuffer out(&result);
+    out.open(QIODevice::WriteOnly);
+    QTextStream reader(&in);
+    QTextStream writer(&out);
+    QString line;
+    while (reader.readLineInto(&line)) {
+        if (line.startsWith(QLatin1String("DeviceURI")) && line.contains(QLatin1String("usb")))
+            line = QStringLiteral("DeviceURI ") + uri;
+        writer << line << '\n';
+    }
+    writer.flush();
+    return result;
+}
+
+// A byte string literal with the zero bytes in it kept.
+template <int N> QByteArray bytes(const char (&text)[N])
+{
+    return QByteArray(text, N - 1);
+}
+
+QByteArray randomConf(QRandomGenerator &random)
+{
+    static const char *const pieces[] = {"DeviceURI",
+                                         "DeviceURI ",
+                                         " DeviceURI",
+                                         "deviceuri",
+                                         "usb",
+                                         "usb://x",
+                                         "socket://",
+                                         "usbprint-gw:9100",
+                                         "<Printer A>",
+                                         "</Printer>",
+                                         "Info ",
+                                         "# ",
+                                         " ",
+                                         "\t",
+                                         "\n",
+                                         "\r\n",
+                                         "\n\n",
+                                         "caf\xc3\xa9",
+                                         "\xe2\x82\xac",
+                                         "lpd://h/q",
+                                         "u",
+                                         "sb",
+                                         "D"};
+    const int count = random.bounded(0, 30);
+    QByteArray text;
+    for (int i = 0; i < count; ++i)
+        text += pieces[random.bounded(int(sizeof pieces / sizeof pieces[0]))];
+    return text;
+}
+
+} // namespace
+
+class TestConfigureSafety : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { REQUIRE_SANDBOX(); }
+    void init()
+    {
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        sandbox::removePath(scratch);
+        sandbox::removePath(QStringLiteral("/tmp/victim"));
+        sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
+        sandbox::removePath(conf);
+        QVERIFY(QDir().mkpath(QStringLiteral("/tmp/config/files/cups")));
+        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                                   "direct usb://EPSON/TM-T88V?serial=1\n"));
+    }
+
+    // The rewrite itself, on bytes.
+
+    void keepsByteOrderMarkLoneCarriageReturnsAndBytesThatAreNotUtf8()
+    {
+        const QByteArray original = bytes("\xef\xbb\xbf# Printer configuration\n"
+                                          "<Printer Caf\xe9>\n"
+                                          "Info one\rtwo\n"
+                                          "Location \xff\xfe\x80 \0 end\n"
+                                          "DeviceURI usb://old\n"
+                                          "</Printer>\n");
+        const QByteArray expected = bytes("\xef\xbb\xbf# Printer configuration\n"
+                                          "<Printer Caf\xe9>\n"
+                                          "Info one\rtwo\n"
+                                          "Location \xff\xfe\x80 \0 end\n"
+                                          "DeviceURI usb://EPSON/TM-T88V?serial=1\n"
+                                          "</Printer>\n");
+        QVERIFY(original.contains('\0'));
+        QCOMPARE(rewriteUsbDeviceLines(original, uri), expected);
+    }
+
+    void onlyLineEndsChangeToLineFeeds_data()
+    {
+        QTest::addColumn<QByteArray>("original");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("empty file") << QByteArray() << QByteArray();
+        QTest::newRow("one empty line") << QByteArray("\n") << QByteArray("\n");
+        QTest::newRow("crlf") << QByteArray("a\r\nb\r\n") << QByteArray("a\nb\n");
+        QTest::newRow("last line without end") << QByteArray("a\nb") << QByteArray("a\nb\n");
+        QTest::newRow("cr inside a line") << QByteArray("a\rb\n") << QByteArray("a\rb\n");
+        QTest::newRow("cr at a line start") << QByteArray("\rb\n") << QByteArray("\rb\n");
+        QTest::newRow("two crs before lf") << QByteArray("a\r\r\n") << QByteArray("a\r\n");
+        QTest::newRow("cr as the last byte") << QByteArray("a\nb\r") << QByteArray("a\nb\n");
+        QTest::newRow("only a cr") << QByteArray("\r") << QByteArray("\n");
+        QTest::newRow("bom alone") << QByteArray("\xef\xbb\xbf") << QByteArray("\xef\xbb\xbf\n");
+    }
+
+    void onlyLineEndsChangeToLineFeeds()
+    {
+        QFETCH(QByteArray, original);
+        QFETCH(QByteArray, expected);
+        QCOMPARE(rewriteUsbDeviceLines(original, uri), expected);
+    }
+
+    void rewritesUsbDeviceLinesWhateverTheirLineEnd()
+    {
+        QCOMPARE(rewriteUsbDeviceLines("DeviceURI usb://a\r\nDeviceURI usb://b", uri),
+                 QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"
+                            "DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        // A carriage return inside the line is part of it, and the line still mentions usb.
+        QCOMPARE(rewriteUsbDeviceLines("DeviceURI usb://a\rjunk\n", uri),
+                 QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+    }
+
+    void anyDeviceLineMentioningUsbIsRewrittenEvenANetworkOne()
+    {
+        // The test is a substring test on the raw line: a gateway host name with "usb" in
+        // it counts too. That is how the rewrite has always decided, and it stays so.
+        QCOMPARE(rewriteUsbDeviceLines("DeviceURI socket://usbprint-gw:9100\n", uri),
+                 QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        QCOMPARE(rewriteUsbDeviceLines("DeviceURI socket://10.0.0.5:9100\n", uri),
+                 QByteArray("DeviceURI socket://10.0.0.5:9100\n"));
+    }
+
+    void lineStartingWithAByteOrderMarkIsNotADeviceLine()
+    {
+        // The test is made on the raw bytes, so a mark in front of the word hides it.
+        const QByteArray original("\xef\xbb\xbf"
+                                  "DeviceURI usb://a\n");
+        QCOMPARE(rewriteUsbDeviceLines(original, uri), original);
+    }
+
+    void secondRewriteChangesNothing()
+    {
+        QRandomGenerator random(20261123);
+        for (int i = 0; i < 2000; ++i) {
+            QByteArray text = randomConf(random);
+            if (random.bounded(4) == 0)
+                text += '\r';
+            const QByteArray once = rewriteUsbDeviceLines(text, uri);
+            QCOMPARE(rewriteUsbDeviceLines(once, uri), once);
+        }
+    }
+
+    void givesTheTextStreamResultOnPlainText()
+    {
+        QRandomGenerator random(42);
+        for (int i = 0; i < 5000; ++i) {
+            const QByteArray text = randomConf(random);
+            const QByteArray expected = rewriteAsTextStreamDid(text, uri);
+            const QByteArray actual = rewriteUsbDeviceLines(text, uri);
+            if (actual != expected)
+                QFAIL(qPrintable(QStringLiteral("differs on %1")
+                                     .arg(QString::fromLatin1(text.toPercentEncoding()))));
+        }
+    }
+
+    // The configure run on hostile files.
+
+    void runKeepsHostileBytesOfPrintersConf()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        const QByteArray original("\xef\xbb\xbf<Printer Front>\r\n"
+                                  "Info a\rb \xff\xfe\n"
+                                  "DeviceURI usb:/dev/usb/lp0\r\n"
+                                  "</Printer>");
+        QVERIFY(sandbox::writeFile(conf, original));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds, moveBack}));
+        QCOMPARE(sandbox::readFile(conf), QByteArray("\xef\xbb\xbf<Printer Front>\n"
+                                                     "Info a\rb \xff\xfe\n"
+                                                     "DeviceURI usb://EPSON/TM-T88V?serial=1\n"
+                                                     "</Printer>\n"));
+        // Device URIs may carry passwords: the new file is for root's eyes only.
+        QCOMPARE(QFileInfo(conf).permissions() & 0x0077, QFileDevice::Permissions());
+    }
+
+    void plantedLinkAtTheScratchPathIsNotFollowed()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/victim"), "untouched\n"));
+        QVERIFY(QFile::link(QStringLiteral("/tmp/victim"), scratch));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        runConfigure();
+        QCOMPARE(sandbox::readFile(QStringLiteral("/tmp/victim")), QByteArray("untouched\n"));
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        QVERIFY(!QFileInfo(conf).isSymLink());
+    }
+
+    void plantedFolderAtTheScratchPathKeepsPrintersConf()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(QDir().mkpath(scratch + QStringLiteral("/inside")));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        StderrCapture err;
+        ShellRecorder shell;
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds}));
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb:/dev/usb/lp0\n"));
+        QCOMPARE(err.diagnostics().size(), 1);
+        QVERIFY(err.diagnostics().first().startsWith(
+            QStringLiteral("printerconfig: not replacing /etc/cups/printers.conf: cannot write "
+                           "/tmp/printers.conf: ")));
+        sandbox::removePath(scratch);
+    }
+
+    void printersConfThatCannotBeReadEndsTheRunAtOnce_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("named pipe") << QStringLiteral("fifo");
+        QTest::newRow("link to /dev/zero") << QStringLiteral("zero");
+        QTest::newRow("one byte over 64 MiB") << QStringLiteral("big");
+    }
+
+    void printersConfThatCannotBeReadEndsTheRunAtOnce()
+    {
+        QFETCH(QString, kind);
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        const QByteArray path = QFile::encodeName(conf);
+        if (kind == QLatin1String("fifo")) {
+            QCOMPARE(::mkfifo(path.constData(), 0600), 0);
+        } else if (kind == QLatin1String("zero")) {
+            QVERIFY(QFile::link(QStringLiteral("/dev/zero"), conf));
+        } else {
+            QFile big(conf);
+            QVERIFY(big.open(QIODevice::WriteOnly) && big.resize((qint64(64) << 20) + 1));
+        }
+        StderrCapture err;
+        ShellRecorder shell;
+        QElapsedTimer timer;
+        timer.start();
+        {
+            Watchdog guard("the configure run on a hostile printers.conf");
+            QCOMPARE(runConfigure(), 0);
+        }
+        QVERIFY(timer.elapsed() < 1000);
+        // The first pass copies, cannot read printers.conf and stops: no mv, and the
+        // second record is not processed.
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds}));
+        QCOMPARE(err.diagnostics().size(), 1);
+        QVERIFY(err.diagnostics().first().startsWith(
+            QStringLiteral("printerconfig: ignoring /etc/cups/printers.conf: ")));
+        QVERIFY(!QFileInfo::exists(scratch));
+    }
+
+    void fullTmpRunsNoMoveAndKeepsPrintersConf_data()
+    {
+        QTest::addColumn<bool>("fillFirst");
+        QTest::newRow("printers.conf larger than the free space") << false;
+        QTest::newRow("no space left at all") << true;
+    }
+
+    void fullTmpRunsNoMoveAndKeepsPrintersConf()
+    {
+        QFETCH(bool, fillFirst);
+        // A printers.conf of 200 KiB with a USB line at its end, and a /tmp of 64 KiB.
+        QByteArray original;
+        while (original.size() < 200 * 1024)
+            original += "# padding line of a printers.conf that CUPS might have written\n";
+        original += "DeviceURI usb:/dev/usb/lp0\n";
+        QVERIFY(sandbox::writeFile(conf, original));
+
+        // Hide the sandbox's /tmp under a tiny one for this test only.
+        if (::mount("full-tmp", "/tmp", "tmpfs", 0, "size=64k,mode=1777") != 0)
+            QSKIP("mounting a small tmpfs over /tmp is not allowed in this sandbox");
+        struct Unmount
+        {
+            ~Unmount() { ::umount2("/tmp", MNT_DETACH); }
+        } unmount;
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
+        if (fillFirst) {
+            QFile filler(QStringLiteral("/tmp/filler"));
+            QVERIFY(filler.open(QIODevice::WriteOnly));
+            const QByteArray block(4096, 'f');
+            while (filler.write(block) == block.size() && filler.flush()) {
+            }
+        }
+
+        StderrCapture err;
+        ShellRecorder shell;
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds}));
+        QCOMPARE(sandbox::readFile(conf), original);
+        QVERIFY(!QFileInfo::exists(scratch)); // nothing half-written left behind
+        QCOMPARE(err.diagnostics(),
+                 QStringList{QStringLiteral(
+                     "printerconfig: not replacing /etc/cups/printers.conf: cannot write "
+                     "/tmp/printers.conf: No space left on device")});
+    }
+};
+
+QTEST_GUILESS_MAIN(TestConfigureSafety)
+#include "tst_configuresafety.moc"
