@@ -10,16 +10,35 @@
 #include <QDebug>
 #include <QTextStream>
 
+#include <cstdio>
+
 namespace {
 const QLatin1String directUsbPrefix("direct usb");
 const int directPrefixLength = 7; // "direct "
+
+// The device address ends up inside a single-quoted shell word ("lpadmin ... -v '%1'")
+// and on a line of printers.conf. What a USB device reports about itself is not ours to
+// trust, so an address with a quote, a blank or a control character is not used.
+bool isUsableDeviceUri(const QString &uri)
+{
+    for (const QChar c : uri) {
+        if (c == QLatin1Char('\'') || c.isSpace() || c.unicode() < 0x20 || c.unicode() == 0x7f)
+            return false;
+    }
+    return true;
+}
 
 QString scanForDirectUsb(QTextStream &in)
 {
     QString line;
     while (in.readLineInto(&line)) {
-        if (line.startsWith(directUsbPrefix))
-            return line.mid(directPrefixLength);
+        if (!line.startsWith(directUsbPrefix))
+            continue;
+        const QString uri = line.mid(directPrefixLength);
+        if (isUsableDeviceUri(uri))
+            return uri;
+        std::fprintf(stderr,
+                     "printerconfig: ignoring a USB device address with unsafe characters\n");
     }
     return QString();
 }
