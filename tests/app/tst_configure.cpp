@@ -1,5 +1,6 @@
 #include "app/configure.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -15,8 +16,8 @@ void addPrinter(const QString &name, const QString &uri)
     Printer p;
     p.name = name;
     p.device_uri = uri;
-    p.printer_class = uri.startsWith(QLatin1String("usb")) ? QStringLiteral("direct")
-                                                           : QStringLiteral("network");
+    p.printer_class =
+        uri.startsWith(QLatin1String("usb")) ? QStringLiteral("direct") : QStringLiteral("network");
     p.UpdatePath();
     QVERIFY(p.Commit());
 }
@@ -25,12 +26,8 @@ void addPrinter(const QString &name, const QString &uri)
 // in its own iteration order, which a second read in this process reproduces.
 QString lastProcessedUri()
 {
-    QHash<QString, Printer *> map = Printer::GetPrinters();
-    QString uri;
-    for (Printer *p : qAsConst(map))
-        uri = p->GetPrinterDevice();
-    qDeleteAll(map);
-    return uri;
+    const PrinterMap map;
+    return map.inOrder().last()->GetPrinterDevice();
 }
 
 QStringList perPassCommands()
@@ -58,10 +55,11 @@ private slots:
     void initTestCase() { REQUIRE_SANDBOX(); }
     void init()
     {
-        sandbox::removePath(QStringLiteral("/tmp/config"));
+        resetRegistry();
         sandbox::removePath(QStringLiteral("/tmp/printers.conf"));
         sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
-        for (const QString &entry : QDir(QStringLiteral("/etc/cups")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
+        for (const QString &entry :
+             QDir(QStringLiteral("/etc/cups")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
             sandbox::removePath(QStringLiteral("/etc/cups/") + entry);
         QVERIFY(QDir().mkpath(QStringLiteral("/etc/cups/ppd")));
         QVERIFY(QDir().mkpath(staging));
@@ -108,7 +106,8 @@ private slots:
                                                      "DeviceURI usb://EPSON/TM-T88V?serial=1\n"
                                                      "State Idle\n"
                                                      "</DefaultPrinter>\n"));
-        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")), QByteArray("*PPD-Adobe\n"));
+        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")),
+                 QByteArray("*PPD-Adobe\n"));
         // "cp .../* /etc/cups" copies every staged file into /etc/cups itself as well.
         QVERIFY(QFileInfo::exists(QStringLiteral("/etc/cups/Office.ppd")));
         QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/printers.conf")));
@@ -132,16 +131,20 @@ private slots:
         addPrinter(QStringLiteral("Back"), QStringLiteral("usb://Old/Model"));
         addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
         // The device stages printers.conf, so every pass starts again from that copy.
-        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
-                                   "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"
-                                   "<Printer Back>\nDeviceURI usb://Old/Model\n</Printer>\n"
-                                   "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"));
+        QVERIFY(
+            sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
+                               "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"
+                               "<Printer Back>\nDeviceURI usb://Old/Model\n</Printer>\n"
+                               "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"));
         const QString last = lastProcessedUri();
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         QCOMPARE(runConfigure(), 0);
         QCOMPARE(shell.commands(), repeated(perPassCommands(), 3));
-        const QByteArray expected = "<Printer Front>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n"
-                                    "<Printer Back>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n"
+        const QByteArray expected = "<Printer Front>\nDeviceURI " + last.toUtf8() +
+                                    "\n</Printer>\n"
+                                    "<Printer Back>\nDeviceURI " +
+                                    last.toUtf8() +
+                                    "\n</Printer>\n"
                                     "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n";
         QCOMPARE(sandbox::readFile(conf), expected);
     }
@@ -154,13 +157,14 @@ private slots:
         addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
         addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
         QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
-        QHash<QString, Printer *> map = Printer::GetPrinters();
         QString expected = QStringLiteral("usb:/dev/usb/lp0");
-        for (Printer *p : qAsConst(map)) {
-            if (expected.contains(QLatin1String("usb")))
-                expected = p->GetPrinterDevice();
+        {
+            const PrinterMap map;
+            for (Printer *p : map.inOrder()) {
+                if (expected.contains(QLatin1String("usb")))
+                    expected = p->GetPrinterDevice();
+            }
         }
-        qDeleteAll(map);
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         runConfigure();
         QCOMPARE(sandbox::readFile(conf), "DeviceURI " + expected.toUtf8() + "\n");

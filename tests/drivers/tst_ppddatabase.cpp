@@ -3,6 +3,7 @@
 
 #include "drivers/ppdset.h"
 
+#include "support/catalogue.h"
 #include "support/sandbox.h"
 
 #include <QFile>
@@ -26,6 +27,12 @@ QStringList sorted(QStringList list)
 QByteArray inWork(const QByteArray &lines)
 {
     return kWork.toUtf8() + "\n" + lines;
+}
+
+// Read, and nothing found: no entry and no manufacturer.
+bool loadedEmpty(const PPDSet *set)
+{
+    return set->loaded && set->ppds.isEmpty() && set->manufacturers().isEmpty();
 }
 
 void touch(const QString &path)
@@ -64,6 +71,8 @@ private slots:
 
 private:
     PPDSet *newSet();
+    // A catalogue that knows these databases, in this order, and has read them.
+    PPDSet *readCatalogue(const QStringList &databases);
     QList<PPDSet *> m_sets;
 };
 
@@ -84,7 +93,7 @@ void TestPpdDatabase::cleanup()
 {
     // The catalogue leaves its records alive for the whole program; the test frees them.
     for (PPDSet *set : qAsConst(m_sets)) {
-        qDeleteAll(set->ppds);
+        freeCatalogue(*set);
         delete set;
     }
     m_sets.clear();
@@ -96,21 +105,24 @@ PPDSet *TestPpdDatabase::newSet()
     return m_sets.last();
 }
 
+PPDSet *TestPpdDatabase::readCatalogue(const QStringList &databases)
+{
+    PPDSet *set = newSet();
+    for (const QString &database : databases)
+        set->addDatabase(database);
+    set->readDatabases();
+    return set;
+}
+
 void TestPpdDatabase::entryKeptOnlyWhenItsFileExists()
 {
     QVERIFY(sandbox::writeFile(kStd1Db, "/usr/share/ppd/std1\n"
                                         "Generic/x.ppd;Generic;Text;Raw\n"));
-    PPDSet *before = newSet();
-    before->addDatabase(kStd1Db);
-    before->readDatabases();
-    QVERIFY(before->loaded);
-    QVERIFY(before->ppds.isEmpty());
-    QVERIFY(before->manufacturers().isEmpty());
+    PPDSet *before = readCatalogue({kStd1Db});
+    QVERIFY(loadedEmpty(before));
 
     touch("/usr/share/ppd/std1/Generic/x.ppd");
-    PPDSet *after = newSet();
-    after->addDatabase(kStd1Db);
-    after->readDatabases();
+    PPDSet *after = readCatalogue({kStd1Db});
     QCOMPARE(after->ppds.size(), 1);
     const PPD *ppd = after->ppds.first();
     QCOMPARE(ppd->path, QString("/usr/share/ppd/std1/Generic/x.ppd"));
@@ -149,9 +161,7 @@ void TestPpdDatabase::emptyFieldsBecomeUnknownAndUnknownIsListedOnce()
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("x.ppd;;;\n"
                                                "y.ppd;;Some model;drv\n"
                                                "z.ppd;Unknown;;\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 3);
     const PPD *x = set->ppds.at(0);
     QCOMPARE(x->path, kWork + "/x.ppd");
@@ -171,10 +181,7 @@ void TestPpdDatabase::missingAddedDatabaseLeavesDeviceDatabaseEntries()
                                         "HP/HP-OfficeJet_Pro_1175C-pcl3.ppd;HP;OfficeJet Pro "
                                         "1175C;HP OfficeJet Pro 1175C pcl3\n"));
     QVERIFY(!QFile::exists(kAddedDb));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db, kAddedDb});
     QVERIFY(set->loaded);
     QCOMPARE(set->ppds.size(), 2);
     QCOMPARE(set->ppds.at(0)->path, QString("/usr/share/ppd/std1/Generic/x.ppd"));
@@ -191,9 +198,7 @@ void TestPpdDatabase::modelsRepeatPerDriverAndDriversKeepFileOrder()
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("HP/lj4-pcl.ppd;HP;LaserJet 4;HP LaserJet 4 PCL\n"
                                                "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
                                                "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->models("HP"), QStringList({"LaserJet 4", "DeskJet", "LaserJet 4"}));
     QCOMPARE(set->models("HP").count("LaserJet 4"), 2);
     const QList<PPD *> drivers = set->drivers("HP", "LaserJet 4");
@@ -208,9 +213,7 @@ void TestPpdDatabase::findByPathDiffersInCaseFindsNothing()
 {
     touch(kWork + "/HP/lj4.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("HP/lj4.ppd;HP;LaserJet 4;PCL\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->findByPath(kWork + "/HP/lj4.ppd"), set->ppds.value(0));
     QVERIFY(set->findByPath(kWork + "/HP/lj4.ppd") != nullptr);
     QVERIFY(set->findByPath(kWork + "/hp/lj4.ppd") == nullptr);
@@ -222,21 +225,14 @@ void TestPpdDatabase::emptyFileContributesNothing()
     touch(kWork + "/a.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, ""));
     QVERIFY(sandbox::writeFile(kAddedDb, inWork("a.ppd;HP;M;D\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db, kAddedDb});
     QVERIFY(set->loaded);
     // Only the second file's entry: the empty file added none.
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/a.ppd");
 
-    PPDSet *alone = newSet();
-    alone->addDatabase(kStd1Db);
-    alone->readDatabases();
-    QVERIFY(alone->loaded);
-    QVERIFY(alone->ppds.isEmpty());
-    QVERIFY(alone->manufacturers().isEmpty());
+    PPDSet *alone = readCatalogue({kStd1Db});
+    QVERIFY(loadedEmpty(alone));
 }
 
 void TestPpdDatabase::firstLineOnlyFileContributesNothing()
@@ -261,9 +257,7 @@ void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;A;PCL\n"
                                                "b.ppd;Epson;B;ESC/POS\n"
                                                "c.ppd;HP;C;PS\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 3);
     QCOMPARE(sorted(set->manufacturers()), QStringList({"Epson", "HP"}));
 
@@ -286,10 +280,7 @@ void TestPpdDatabase::databasesAreReadInRegistrationOrder()
     touch(kWork + "/two/b.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/one\na.ppd;HP;A;x\n"));
     QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "/two\nb.ppd;HP;B;y\n"));
-    PPDSet *forward = newSet();
-    forward->addDatabase(kAddedDb);
-    forward->addDatabase(kStd1Db);
-    forward->readDatabases();
+    PPDSet *forward = readCatalogue({kAddedDb, kStd1Db});
     QCOMPARE(forward->ppds.size(), 2);
     // Each file keeps its own base folder.
     QCOMPARE(forward->ppds.at(0)->path, kWork + "/two/b.ppd");
@@ -303,10 +294,7 @@ void TestPpdDatabase::baseFolderIsUsedExactlyAsWritten()
     // resolves; trailing blanks are part of the folder name and do not resolve.
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/\na.ppd;HP;A;x\n"));
     QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + " \na.ppd;HP;A;x\n"));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db, kAddedDb});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "//a.ppd");
 }
@@ -316,9 +304,7 @@ void TestPpdDatabase::windowsLineEndsAreAccepted()
     touch(kWork + "/a.ppd");
     touch(kWork + "/b.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\r\na.ppd;HP;A;PCL\r\nb.ppd;HP;B;PS"));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 2);
     QCOMPARE(set->ppds.at(0)->path, kWork + "/a.ppd");
     QCOMPARE(set->ppds.at(0)->driver, QString("PCL"));
@@ -332,9 +318,7 @@ void TestPpdDatabase::existenceFollowsLinks()
     QVERIFY(QFile::link(kWork + "/missing.ppd", kWork + "/dangling-link.ppd"));
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("dangling-link.ppd;HP;Dangling;x\n"
                                                "good-link.ppd;HP;Good;y\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/good-link.ppd");
 }
@@ -343,9 +327,7 @@ void TestPpdDatabase::anyFileSystemObjectCountsAsExisting()
 {
     QVERIFY(QDir().mkpath(kWork + "/folder.ppd"));
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("folder.ppd;HP;F;x\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 1);
 }
 
@@ -356,11 +338,8 @@ void TestPpdDatabase::unreadableDatabaseIsSkipped()
     // text file by anyone.
     QVERIFY(QDir().mkpath(kWork + "/not-a-file.db"));
     QVERIFY(sandbox::writeFile(kAddedDb, inWork("a.ppd;HP;A;x\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kWork + "/not-a-file.db");
-    set->addDatabase("/nonexistent/printdrivers.db");
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set =
+        readCatalogue({kWork + "/not-a-file.db", "/nonexistent/printdrivers.db", kAddedDb});
     QVERIFY(set->loaded);
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/a.ppd");
@@ -387,9 +366,7 @@ void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()
                                                "3.ppd;HP ;laserjet;c\n"
                                                "4.ppd;HP;LaserJet;d\n"
                                                "5.ppd;HP;LaserJet ;e\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 5);
     QCOMPARE(sorted(set->manufacturers()), QStringList({"HP", "HP ", "hp"}));
     QCOMPARE(set->models("HP"), QStringList({"LaserJet", "LaserJet", "LaserJet "}));

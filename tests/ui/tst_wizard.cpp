@@ -7,6 +7,7 @@
 #include "common/windowchrome.h"
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
+#include "support/modal.h"
 #include "support/sandbox.h"
 #include "support/widgets.h"
 
@@ -508,8 +509,8 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
     QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leWinDriver"));
 
     bool seen = false;
-    QTimer::singleShot(0, this, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+    auto answer = [&](QWidget *modal) {
+        auto *box = qobject_cast<QMessageBox *>(modal);
         QVERIFY(box);
         seen = true;
         QCOMPARE(box->windowTitle(), QStringLiteral("Printer Configuration"));
@@ -517,8 +518,9 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
         QCOMPARE(box->icon(), QMessageBox::Critical);
         QCOMPARE(box->standardButtons(), QMessageBox::StandardButtons(QMessageBox::Ok));
         box->accept();
-    });
-    child<QPushButton>("bNext")->click();
+    };
+    auto *next = child<QPushButton>("bNext");
+    QVERIFY(answerModal([next] { next->click(); }, answer));
     QVERIFY(seen);
 
     QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 7);
