@@ -115,12 +115,20 @@ private slots:
 
     void networkDeviceLinesAreKept()
     {
-        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
-        const QByteArray original = "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n";
-        QVERIFY(sandbox::writeFile(conf, original));
+        // Neither record's URI is the one in Lab's line, so a rewrite of that line would
+        // show whichever record did it.
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.7:9100"));
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
+                                   "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"
+                                   "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"));
+        const QString last = lastProcessedUri();
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         runConfigure();
-        QCOMPARE(sandbox::readFile(conf), original);
+        QCOMPARE(sandbox::readFile(conf),
+                 "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"
+                 "<Printer Front>\nDeviceURI " +
+                     last.toUtf8() + "\n</Printer>\n");
     }
 
     void everyUsbLineGetsTheUriOfTheRecordProcessedLast()
@@ -174,11 +182,36 @@ private slots:
     {
         addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
         addPrinter(QStringLiteral("Back"), QStringLiteral("usb://Old/Model"));
-        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\nDeviceURI usb://Old/Model\n"));
+        QVERIFY(
+            sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\nDeviceURI usb://Old/Model\n"));
+        // Both records resolve through the device cache. Between the passes the cache is
+        // changed to name the record whose pass comes next, so that each record's URI
+        // tells which record it was: usb://Device/<name>.
+        QStringList order;
+        {
+            const PrinterMap map;
+            order = map.names();
+        }
+        QCOMPARE(order.size(), 2);
+        auto uriOf = [](const QString &name) { return "usb://Device/" + name.toUtf8(); };
+        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                                   "direct " + uriOf(order.at(0)) + "\n"));
         ShellRecorder shell(ShellRecorder::RecordAndRun);
+        int passesDone = 0;
+        shell.setObserver([&](const QString &command) {
+            if (!command.startsWith(QLatin1String("mv ")))
+                return;
+            if (++passesDone < order.size())
+                sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                                   "direct " + uriOf(order.at(passesDone)) + "\n");
+        });
         runConfigure();
-        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"
-                                                     "DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        QCOMPARE(passesDone, 2);
+        // The record processed last is the map's last; its URI stands in both lines, and
+        // the other record's in neither.
+        const QByteArray last = uriOf(order.last());
+        QCOMPARE(sandbox::readFile(conf), "DeviceURI " + last + "\nDeviceURI " + last + "\n");
+        QVERIFY(!sandbox::readFile(conf).contains(uriOf(order.first())));
     }
 
     void onlyLinesStartingExactlyWithDeviceUriAreRewritten()

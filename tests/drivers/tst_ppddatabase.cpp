@@ -140,14 +140,12 @@ void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
     touch(kWork + "/a.ppd");
     touch(kWork + "/b.ppd");
     touch(kWork + "/c.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;LaserJet;PCL; with a ; inside\n"
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;LaserJet;PCL; v2\n"
                                                "b.ppd;HP;LaserJet\n"
                                                "# c.ppd is the only good line\n"
                                                "\n"
                                                "c.ppd;Kyocera;FS;KPDL\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/c.ppd");
     QCOMPARE(set->manufacturers(), QStringList({"Kyocera"}));
@@ -238,14 +236,18 @@ void TestPpdDatabase::emptyFileContributesNothing()
 void TestPpdDatabase::firstLineOnlyFileContributesNothing()
 {
     touch(kWork + "/a.ppd");
-    for (const QByteArray &content : {kWork.toUtf8(), kWork.toUtf8() + "\n"}) {
+    // The only line is a driver line that names an existing file when read as one (an
+    // empty base folder composes "/tmp/drivertest/a.ppd"); being first, it is the base
+    // folder and nothing else.
+    const QByteArray line = kWork.mid(1).toUtf8() + "/a.ppd;HP;A;PCL";
+    DriverLine fields;
+    QVERIFY(parseDriverLine(QString::fromUtf8(line), &fields));
+    for (const QByteArray &content : {line, line + "\n"}) {
         QVERIFY(sandbox::writeFile(kStd1Db, content));
         PPDSet *set = newSet();
         set->addDatabase(kStd1Db);
         set->readDatabases();
-        QVERIFY(set->loaded);
-        QVERIFY(set->ppds.isEmpty());
-        QVERIFY(set->manufacturers().isEmpty());
+        QVERIFY(loadedEmpty(set));
     }
 }
 
@@ -348,13 +350,15 @@ void TestPpdDatabase::unreadableDatabaseIsSkipped()
 void TestPpdDatabase::onlyTheFirstLineIsTheBaseFolder()
 {
     touch(kWork + "/a.ppd");
-    // Looks like a driver line but, being first, names the base folder; the second line
-    // then composes "<first line>/a.ppd", which does not exist.
-    QVERIFY(sandbox::writeFile(kStd1Db, "a.ppd;HP;A;x\na.ppd;HP;A;x\n"));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
-    QVERIFY(set->ppds.isEmpty());
+    // The first line looks like a driver line whose file exists ("/tmp/drivertest/a.ppd"
+    // from an empty base) but, being first, names the base folder. A later folder-like
+    // line does not replace it, so the last line composes "<first line>/a.ppd", which
+    // does not exist; read any other way, one of the lines would find a.ppd.
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.mid(1).toUtf8() + "/a.ppd;HP;A;x\n" + kWork.toUtf8() +
+                                            "\n"
+                                            "a.ppd;HP;A;x\n"));
+    PPDSet *set = readCatalogue({kStd1Db});
+    QVERIFY(loadedEmpty(set));
 }
 
 void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()

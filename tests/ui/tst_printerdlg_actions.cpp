@@ -193,6 +193,7 @@ private slots:
     void waitForCupsWaitsBrieflyAndChangesNothingInTheRecord();
     void waitForCupsWritesPaperSizeIntoQueuePpdAndStagesIt();
     void paperSizeWithSlashBreaksTheEditUncaught();
+    void waitForCupsWithoutARecordDoesNothing();
 
     void addCommitsInstallsRefreshesThenStages();
     void cancellingAddChangesNothingAndWindowReappears();
@@ -359,6 +360,11 @@ void TestPrinterDlgActions::defaultSetsCupsDefaultAndWritesTheDefaultEntry()
 
     // Only the CUPS default: no staging and no device script follow.
     QCOMPARE(shell.commands(), QStringList({"lpadmin -d Desk"}));
+    // When CUPS is told, the default entry already names the new default: it is the
+    // full copy of Desk's record (until then it was Hall's).
+    const Step told = log.steps().at(0);
+    QVERIFY(!told.defaultEntry.isEmpty());
+    QCOMPARE(told.defaultEntry, sandbox::readFile(recordPath(QStringLiteral("Desk"))));
     QCOMPARE(Printer::defaultPrinterName(), QStringLiteral("Desk"));
     // The default entry is a full copy of the new default's record, written before CUPS
     // is told.
@@ -561,6 +567,16 @@ void TestPrinterDlgActions::paperSizeWithSlashBreaksTheEditUncaught()
                  QList<QStringList>({{"init_ica"}, {"CitrixCUPSPrinter"}, {"waitforCUPS"}}));
 }
 
+void TestPrinterDlgActions::waitForCupsWithoutARecordDoesNothing()
+{
+    openWindow();
+    ShellRecorder shell;
+    // A slot, so anything holding the window can call it through the meta-object.
+    QVERIFY(QMetaObject::invokeMethod(window, "WaitForCUPS", Q_ARG(Printer *, nullptr)));
+    QVERIFY(shell.commands().isEmpty());
+    QVERIFY(window->isVisible());
+}
+
 void TestPrinterDlgActions::addCommitsInstallsRefreshesThenStages()
 {
     seed(network(QStringLiteral("Hall")));
@@ -600,7 +616,9 @@ void TestPrinterDlgActions::addCommitsInstallsRefreshesThenStages()
 
     const QList<Step> steps = log.steps();
     const int installs = installCommands(*added).size();
-    // Committed before the queue is created.
+    // The window is back on screen before any command runs...
+    QVERIFY(steps.at(0).windowVisible);
+    // ...and the record committed before the queue is created.
     QVERIFY(steps.at(0).recordFileExists);
     // The list is refreshed after the queue commands and before the staging.
     QVERIFY(!steps.at(installs - 1).listed.contains(QStringLiteral("Printer")));
@@ -645,6 +663,10 @@ void TestPrinterDlgActions::editWithoutChangesRebuildsQueueAndRestages()
     const QByteArray recordBefore = sandbox::readFile(recordPath(QStringLiteral("Office")));
     openWindow();
     select(QStringLiteral("Office"));
+    const QList<Printer *> recordsBefore = StepLog::recordsOf(list);
+    // The window holds the record in memory now. A different file on disk shows when the
+    // window commits it: only the commit brings the stored content back.
+    QVERIFY(sandbox::writeFile(recordPath(QStringLiteral("Office")), "name=Office\n"));
 
     ShellRecorder shell;
     StepLog log(shell, recordPath(QStringLiteral("Office")), list, window);
@@ -676,10 +698,17 @@ void TestPrinterDlgActions::editWithoutChangesRebuildsQueueAndRestages()
     QCOMPARE(shell.commands(), expected);
 
     const QList<Step> steps = log.steps();
-    // The list is rebuilt between the queue commands and the staging.
+    // The record is committed before the queue is touched.
     QVERIFY(steps.at(0).recordFileExists);
+    QCOMPARE(steps.at(0).recordFile, recordBefore);
+    // The list is rebuilt between the queue commands and the staging: the items still
+    // carry the old records while the queue commands run, and new ones by the time the
+    // first staging command runs.
     QCOMPARE(steps.at(4).listed.size(), 2);
+    QCOMPARE(steps.at(4).records, recordsBefore);
     QCOMPARE(steps.at(5).listed.size(), 2);
+    for (Printer *record : steps.at(5).records)
+        QVERIFY(!recordsBefore.contains(record));
     QVERIFY(!list->currentItem());
     QCOMPARE(list->count(), 2);
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Office"))), QStringLiteral("defnet.png"));

@@ -680,15 +680,21 @@ void TestWizard::okEndsWithSubmittedAndAccepted()
 {
     open(false);
     bool stillOpen = false;
-    QTimer::singleShot(0, this, [&] {
+    bool closedByOk = false;
+    auto useOk = [&](QWidget *modal) {
+        QCOMPARE(modal, static_cast<QWidget *>(wizard.get()));
         // The close button does nothing while the wizard runs.
         wizard->close();
         stillOpen = wizard->isVisible();
         child<QPushButton>("bNext")->click();
         child<QPushButton>("bSubmit")->click();
-    });
-    const int result = wizard->exec();
+        closedByOk = !wizard->isVisible();
+    };
+    int result = -1;
+    QVERIFY(answerModal([&] { result = wizard->exec(); }, useOk));
     QVERIFY(stillOpen);
+    // OK itself closed the wizard; the helper did not have to.
+    QVERIFY(closedByOk);
     QCOMPARE(result, int(QDialog::Accepted));
     QVERIFY(wizard->submitted);
     QVERIFY(!wizard->isVisible());
@@ -697,12 +703,18 @@ void TestWizard::okEndsWithSubmittedAndAccepted()
 void TestWizard::cancelAfterNextLeavesSubmittedFalse()
 {
     open(false);
-    QTimer::singleShot(0, this, [&] {
+    bool closedByCancel = false;
+    auto nextThenCancel = [&](QWidget *modal) {
+        QCOMPARE(modal, static_cast<QWidget *>(wizard.get()));
         setName(QStringLiteral("Changed"));
         child<QPushButton>("bNext")->click();
         child<QPushButton>("bCancel")->click();
-    });
-    const int result = wizard->exec();
+        closedByCancel = !wizard->isVisible();
+    };
+    int result = -1;
+    QVERIFY(answerModal([&] { result = wizard->exec(); }, nextThenCancel));
+    // Cancel itself closed the wizard; the helper did not have to.
+    QVERIFY(closedByCancel);
     QCOMPARE(result, int(QDialog::Rejected));
     QVERIFY(!wizard->submitted);
     // The record keeps what Next wrote; the caller stores nothing without submitted.
