@@ -40,6 +40,13 @@ void touch(const QString &path)
     QVERIFY2(sandbox::writeFile(path, "*PPD-Adobe: \"4.3\"\n"), qPrintable(path));
 }
 
+// Driver files in the work folder.
+void touchInWork(const QStringList &files)
+{
+    for (const QString &file : files)
+        touch(kWork + QLatin1Char('/') + file);
+}
+
 } // namespace
 
 class TestPpdDatabase : public QObject
@@ -137,9 +144,7 @@ void TestPpdDatabase::entryKeptOnlyWhenItsFileExists()
 
 void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
 {
-    touch(kWork + "/a.ppd");
-    touch(kWork + "/b.ppd");
-    touch(kWork + "/c.ppd");
+    touchInWork({"a.ppd", "b.ppd", "c.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;LaserJet;PCL; v2\n"
                                                "b.ppd;HP;LaserJet\n"
                                                "# c.ppd is the only good line\n"
@@ -153,9 +158,7 @@ void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
 
 void TestPpdDatabase::emptyFieldsBecomeUnknownAndUnknownIsListedOnce()
 {
-    touch(kWork + "/x.ppd");
-    touch(kWork + "/y.ppd");
-    touch(kWork + "/z.ppd");
+    touchInWork({"x.ppd", "y.ppd", "z.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("x.ppd;;;\n"
                                                "y.ppd;;Some model;drv\n"
                                                "z.ppd;Unknown;;\n")));
@@ -253,9 +256,7 @@ void TestPpdDatabase::firstLineOnlyFileContributesNothing()
 
 void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
 {
-    touch(kWork + "/a.ppd");
-    touch(kWork + "/b.ppd");
-    touch(kWork + "/c.ppd");
+    touchInWork({"a.ppd", "b.ppd", "c.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;A;PCL\n"
                                                "b.ppd;Epson;B;ESC/POS\n"
                                                "c.ppd;HP;C;PS\n")));
@@ -278,8 +279,7 @@ void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
 
 void TestPpdDatabase::databasesAreReadInRegistrationOrder()
 {
-    touch(kWork + "/one/a.ppd");
-    touch(kWork + "/two/b.ppd");
+    touchInWork({"one/a.ppd", "two/b.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/one\na.ppd;HP;A;x\n"));
     QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "/two\nb.ppd;HP;B;y\n"));
     PPDSet *forward = readCatalogue({kAddedDb, kStd1Db});
@@ -303,8 +303,7 @@ void TestPpdDatabase::baseFolderIsUsedExactlyAsWritten()
 
 void TestPpdDatabase::windowsLineEndsAreAccepted()
 {
-    touch(kWork + "/a.ppd");
-    touch(kWork + "/b.ppd");
+    touchInWork({"a.ppd", "b.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\r\na.ppd;HP;A;PCL\r\nb.ppd;HP;B;PS"));
     PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 2);
