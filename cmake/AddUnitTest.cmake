@@ -2,7 +2,9 @@
 #               [LABELS <labels...>] [SANDBOX] [REAL_CUPS] [TIMEOUT <seconds>])
 #
 # Builds one QtTest executable and registers it with CTest. Every test runs with the
-# offscreen platform plugin and a UTF-8 locale. SANDBOX runs it inside
+# offscreen platform plugin, a UTF-8 locale and a fixed hash seed (so that a run can be
+# repeated in the same hash order; tests still compare with the order a map reports,
+# never with a fixed one). SANDBOX runs it inside
 # tests/sandbox/run-in-sandbox (a private mount namespace with /tmp, /etc/cups and
 # the CUPS data folders replaced by our fixtures and the CUPS tools replaced by
 # recording fakes); REAL_CUPS additionally starts CUPS's own cupsd in that sandbox.
@@ -31,5 +33,5 @@ function(add_unit_test)
     set_tests_properties(${T_NAME} PROPERTIES
         LABELS "${T_LABELS}"
         TIMEOUT ${T_TIMEOUT}
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;LANG=C.UTF-8;LC_ALL=C.UTF-8;SANDBOX_FIXTURES=${PROJECT_SOURCE_DIR}/tests/data;PRINTERCONFIG_BIN=$<TARGET_FILE:printerconfig>;ASAN_OPTIONS=detect_leaks=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/lsan.supp;TSAN_OPTIONS=halt_on_error=1 second_deadlock_stack=1 suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/tsan.supp;UBSAN_OPTIONS=print_stacktrace=1 halt_on_error=1")
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_HASH_SEED=0;LANG=C.UTF-8;LC_ALL=C.UTF-8;SANDBOX_FIXTURES=${PROJECT_SOURCE_DIR}/tests/data;PRINTERCONFIG_BIN=$<TARGET_FILE:printerconfig>;ASAN_OPTIONS=detect_leaks=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/lsan.supp;TSAN_OPTIONS=halt_on_error=1 second_deadlock_stack=1 suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/tsan.supp;UBSAN_OPTIONS=print_stacktrace=1 halt_on_error=1")
 endfunction()

@@ -131,6 +131,9 @@ void PrinterDlg::defaultPrinter()
 
 void PrinterDlg::WaitForCUPS(Printer *printer)
 {
+    // A public slot, so it can be reached through the meta-object without a record.
+    if (!printer)
+        return;
     usleep(10000);
 
     const QString ppdFile = printer->name + QLatin1String(".ppd");

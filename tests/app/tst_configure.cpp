@@ -1,5 +1,6 @@
 #include "app/configure.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -15,8 +16,8 @@ void addPrinter(const QString &name, const QString &uri)
     Printer p;
     p.name = name;
     p.device_uri = uri;
-    p.printer_class = uri.startsWith(QLatin1String("usb")) ? QStringLiteral("direct")
-                                                           : QStringLiteral("network");
+    p.printer_class =
+        uri.startsWith(QLatin1String("usb")) ? QStringLiteral("direct") : QStringLiteral("network");
     p.UpdatePath();
     QVERIFY(p.Commit());
 }
@@ -25,12 +26,8 @@ void addPrinter(const QString &name, const QString &uri)
 // in its own iteration order, which a second read in this process reproduces.
 QString lastProcessedUri()
 {
-    QHash<QString, Printer *> map = Printer::GetPrinters();
-    QString uri;
-    for (Printer *p : qAsConst(map))
-        uri = p->GetPrinterDevice();
-    qDeleteAll(map);
-    return uri;
+    const PrinterMap map;
+    return map.inOrder().last()->GetPrinterDevice();
 }
 
 QStringList perPassCommands()
@@ -58,10 +55,11 @@ private slots:
     void initTestCase() { REQUIRE_SANDBOX(); }
     void init()
     {
-        sandbox::removePath(QStringLiteral("/tmp/config"));
+        resetRegistry();
         sandbox::removePath(QStringLiteral("/tmp/printers.conf"));
         sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
-        for (const QString &entry : QDir(QStringLiteral("/etc/cups")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
+        for (const QString &entry :
+             QDir(QStringLiteral("/etc/cups")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
             sandbox::removePath(QStringLiteral("/etc/cups/") + entry);
         QVERIFY(QDir().mkpath(QStringLiteral("/etc/cups/ppd")));
         QVERIFY(QDir().mkpath(staging));
@@ -108,7 +106,8 @@ private slots:
                                                      "DeviceURI usb://EPSON/TM-T88V?serial=1\n"
                                                      "State Idle\n"
                                                      "</DefaultPrinter>\n"));
-        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")), QByteArray("*PPD-Adobe\n"));
+        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")),
+                 QByteArray("*PPD-Adobe\n"));
         // "cp .../* /etc/cups" copies every staged file into /etc/cups itself as well.
         QVERIFY(QFileInfo::exists(QStringLiteral("/etc/cups/Office.ppd")));
         QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/printers.conf")));
@@ -116,12 +115,20 @@ private slots:
 
     void networkDeviceLinesAreKept()
     {
-        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
-        const QByteArray original = "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n";
-        QVERIFY(sandbox::writeFile(conf, original));
+        // Neither record's URI is the one in Lab's line, so a rewrite of that line would
+        // show whichever record did it.
+        addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.7:9100"));
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
+                                   "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"
+                                   "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"));
+        const QString last = lastProcessedUri();
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         runConfigure();
-        QCOMPARE(sandbox::readFile(conf), original);
+        QCOMPARE(sandbox::readFile(conf),
+                 "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"
+                 "<Printer Front>\nDeviceURI " +
+                     last.toUtf8() + "\n</Printer>\n");
     }
 
     void everyUsbLineGetsTheUriOfTheRecordProcessedLast()
@@ -132,16 +139,20 @@ private slots:
         addPrinter(QStringLiteral("Back"), QStringLiteral("usb://Old/Model"));
         addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
         // The device stages printers.conf, so every pass starts again from that copy.
-        QVERIFY(sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
-                                   "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"
-                                   "<Printer Back>\nDeviceURI usb://Old/Model\n</Printer>\n"
-                                   "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"));
+        QVERIFY(
+            sandbox::writeFile(staging + QStringLiteral("/printers.conf"),
+                               "<Printer Front>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"
+                               "<Printer Back>\nDeviceURI usb://Old/Model\n</Printer>\n"
+                               "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n"));
         const QString last = lastProcessedUri();
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         QCOMPARE(runConfigure(), 0);
         QCOMPARE(shell.commands(), repeated(perPassCommands(), 3));
-        const QByteArray expected = "<Printer Front>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n"
-                                    "<Printer Back>\nDeviceURI " + last.toUtf8() + "\n</Printer>\n"
+        const QByteArray expected = "<Printer Front>\nDeviceURI " + last.toUtf8() +
+                                    "\n</Printer>\n"
+                                    "<Printer Back>\nDeviceURI " +
+                                    last.toUtf8() +
+                                    "\n</Printer>\n"
                                     "<Printer Lab>\nDeviceURI socket://10.0.0.5:9100\n</Printer>\n";
         QCOMPARE(sandbox::readFile(conf), expected);
     }
@@ -154,13 +165,14 @@ private slots:
         addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
         addPrinter(QStringLiteral("Lab"), QStringLiteral("socket://10.0.0.5:9100"));
         QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
-        QHash<QString, Printer *> map = Printer::GetPrinters();
         QString expected = QStringLiteral("usb:/dev/usb/lp0");
-        for (Printer *p : qAsConst(map)) {
-            if (expected.contains(QLatin1String("usb")))
-                expected = p->GetPrinterDevice();
+        {
+            const PrinterMap map;
+            for (Printer *p : map.inOrder()) {
+                if (expected.contains(QLatin1String("usb")))
+                    expected = p->GetPrinterDevice();
+            }
         }
-        qDeleteAll(map);
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         runConfigure();
         QCOMPARE(sandbox::readFile(conf), "DeviceURI " + expected.toUtf8() + "\n");
@@ -170,11 +182,36 @@ private slots:
     {
         addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
         addPrinter(QStringLiteral("Back"), QStringLiteral("usb://Old/Model"));
-        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\nDeviceURI usb://Old/Model\n"));
+        QVERIFY(
+            sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\nDeviceURI usb://Old/Model\n"));
+        // Both records resolve through the device cache. Between the passes the cache is
+        // changed to name the record whose pass comes next, so that each record's URI
+        // tells which record it was: usb://Device/<name>.
+        QStringList order;
+        {
+            const PrinterMap map;
+            order = map.names();
+        }
+        QCOMPARE(order.size(), 2);
+        auto uriOf = [](const QString &name) { return "usb://Device/" + name.toUtf8(); };
+        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                                   "direct " + uriOf(order.at(0)) + "\n"));
         ShellRecorder shell(ShellRecorder::RecordAndRun);
+        int passesDone = 0;
+        shell.setObserver([&](const QString &command) {
+            if (!command.startsWith(QLatin1String("mv ")))
+                return;
+            if (++passesDone < order.size())
+                sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                                   "direct " + uriOf(order.at(passesDone)) + "\n");
+        });
         runConfigure();
-        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"
-                                                     "DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        QCOMPARE(passesDone, 2);
+        // The record processed last is the map's last; its URI stands in both lines, and
+        // the other record's in neither.
+        const QByteArray last = uriOf(order.last());
+        QCOMPARE(sandbox::readFile(conf), "DeviceURI " + last + "\nDeviceURI " + last + "\n");
+        QVERIFY(!sandbox::readFile(conf).contains(uriOf(order.first())));
     }
 
     void onlyLinesStartingExactlyWithDeviceUriAreRewritten()

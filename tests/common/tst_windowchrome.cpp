@@ -1,8 +1,9 @@
 #include "common/windowchrome.h"
+#include "support/messages.h"
 #include "support/sandbox.h"
 
-#include <QtTest>
 #include <QWidget>
+#include <QtTest>
 
 class TestWindowChrome : public QObject
 {
@@ -13,7 +14,8 @@ private slots:
 
     void centresTheMainWindowAt740And351OnAFullHdArea()
     {
-        QCOMPARE(windowchrome::centredTopLeft(QRect(0, 0, 1920, 1080), QSize(439, 377)), QPoint(740, 351));
+        QCOMPARE(windowchrome::centredTopLeft(QRect(0, 0, 1920, 1080), QSize(439, 377)),
+                 QPoint(740, 351));
     }
 
     void centringUsesTheAreasOwnOffset()
@@ -40,7 +42,8 @@ private slots:
         // x = (L + R) / 2 - (W - 1) / 2 with R = L + width - 1, truncating divisions.
         const int L = area.left(), R = area.left() + area.width() - 1;
         const int T = area.top(), B = area.top() + area.height() - 1;
-        const QPoint expected((L + R) / 2 - (size.width() - 1) / 2, (T + B) / 2 - (size.height() - 1) / 2);
+        const QPoint expected((L + R) / 2 - (size.width() - 1) / 2,
+                              (T + B) / 2 - (size.height() - 1) / 2);
         QCOMPARE(windowchrome::centredTopLeft(area, size), expected);
     }
 
@@ -49,7 +52,8 @@ private slots:
         QWidget w;
         w.resize(439, 377);
         windowchrome::centreOnScreen0(&w);
-        QCOMPARE(w.pos(), windowchrome::centredTopLeft(windowchrome::availableGeometryOfScreen0(), w.size()));
+        QCOMPARE(w.pos(), windowchrome::centredTopLeft(windowchrome::availableGeometryOfScreen0(),
+                                                       w.size()));
     }
 
     void styleSheetStopsAtTheFirstNulByte()
@@ -62,12 +66,13 @@ private slots:
     void missingStyleSheetGivesEmptyText()
     {
         sandbox::removePath(windowchrome::styleSheetPath());
-        static QStringList messages;
-        messages.clear();
-        const QtMessageHandler previous = qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext &, const QString &text) { messages << text; });
-        const QString sheet = windowchrome::loadStyleSheet();
-        qInstallMessageHandler(previous);
+        QStringList messages;
+        QString sheet;
+        {
+            MessageCapture capture;
+            sheet = windowchrome::loadStyleSheet();
+            messages = capture.messages();
+        }
         QCOMPARE(sheet, QString());
         QCOMPARE(messages, QStringList()); // not even a warning on the debug stream
     }

@@ -1,5 +1,5 @@
 // Backends that print without end or without line breaks, and what they may cost.
-#include "discoveryfixture.h"
+#include "support/discoveryrunner.h"
 
 #include "discovery/discovery.h"
 #include "support/sandbox.h"
@@ -97,8 +97,8 @@ void TestBackendLimits::endlessBackendIsKilledAtTheCapAndOthersStillCount()
     QVERIFY(
         backends::addPrinting(QStringLiteral("b-next"), "network socket://next \"Next\" \"d\"\n"));
     StderrCapture err;
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner watch;
+    Discovery &discovery = watch.discovery();
     QElapsedTimer clock;
     clock.start();
     watch.start();
@@ -124,8 +124,8 @@ void TestBackendLimits::megabyteLineWithoutBreakIsCutOffAtOnce()
                                 "head -c 1048576 /dev/zero | tr '\\0' x\nsleep 60\n"));
     QVERIFY(
         backends::addPrinting(QStringLiteral("b-next"), "network socket://next \"Next\" \"d\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner watch;
+    Discovery &discovery = watch.discovery();
     QElapsedTimer clock;
     clock.start();
     watch.start();
@@ -142,8 +142,8 @@ void TestBackendLimits::lineOfExactlyTheCapStillCounts()
         "network socket://edge \"Edge\" \"" + QByteArray(kBackendLineCap - 31, 'd') + '"';
     QCOMPARE(line.size(), kBackendLineCap);
     QVERIFY(backends::addPrinting(QStringLiteral("edge"), line + '\n'));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner watch;
+    Discovery &discovery = watch.discovery();
     watch.start();
     QVERIFY(watch.waitForRuns(1, runTimeoutMs));
     QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Edge")});
@@ -156,8 +156,8 @@ void TestBackendLimits::lineOneByteOverTheCapIsCutOff()
     QCOMPARE(line.size(), kBackendLineCap + 1);
     QVERIFY(backends::addPrinting(QStringLiteral("edge"),
                                   "network socket://first \"First\" \"d\"\n" + line + '\n'));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner watch;
+    Discovery &discovery = watch.discovery();
     watch.start();
     QVERIFY(watch.waitForRuns(1, runTimeoutMs));
     // The whole backend is dropped, also the line it printed before.
@@ -173,8 +173,8 @@ void TestBackendLimits::outputOverTheTotalCapIsCutOff()
     QVERIFY(backends::addPrinting(QStringLiteral("one-less"),
                                   line.repeated(kBackendOutputCap / line.size())));
     QuietTrace quiet;
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner watch;
+    Discovery &discovery = watch.discovery();
     watch.start();
     QVERIFY(watch.waitForRuns(1, runTimeoutMs));
     // "many" is cut off; "one-less" stays within the cap and counts in full.
@@ -187,8 +187,8 @@ void TestBackendLimits::standardErrorGoesNowhere()
                                 "readlink /proc/self/fd/2 > /tmp/marks/stderr\n"
                                 "head -c 20000000 /dev/zero >&2\n"
                                 "echo 'network socket://noisy \"Noisy\" \"d\"'\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner watch;
+    Discovery &discovery = watch.discovery();
     watch.start();
     QVERIFY(watch.waitForRuns(1, runTimeoutMs));
     QCOMPARE(sandbox::readFile(QStringLiteral("/tmp/marks/stderr")), QByteArray("/dev/null\n"));
@@ -208,8 +208,8 @@ void TestBackendLimits::destroyingDuringARunawayBackendDoesNotWait()
                                 endlessLines("network socket://loop \"Loop\" \"d\"")));
     QElapsedTimer clock;
     {
-        Discovery discovery;
-        CompletionWatch watch(discovery);
+        DiscoveryRunner watch;
+        Discovery &discovery = watch.discovery();
         watch.start();
         // Give the run time to reach the backend, then let the owner go.
         QTest::qWait(10);

@@ -1,8 +1,8 @@
 // Discovery end to end: fixture backends in the sandbox's backend folder, run on the
 // worker thread.
-#include "discoveryfixture.h"
-
 #include "discovery/discovery.h"
+#include "support/discoveryrunner.h"
+#include "support/handover.h"
 #include "support/sandbox.h"
 
 #include <QDir>
@@ -26,15 +26,7 @@
 
 namespace {
 
-const int runTimeoutMs = 20000;
-
-QStringList modelsOf(const QList<Printer> &printers)
-{
-    QStringList models;
-    for (const Printer &printer : printers)
-        models.append(printer.model);
-    return models;
-}
+const int runTimeoutMs = DiscoveryRunner::defaultTimeoutMs;
 
 // True when the backend folder is the sandbox's own tmpfs, i.e. this process lives in
 // the sandbox's private mount namespace and may mount over its parent.
@@ -98,13 +90,11 @@ void TestDiscovery::findsNetworkPrinterThroughBackend()
         QStringLiteral("socket"),
         "network socket://192.168.1.20 \"Acme Laser 9\" \"Acme Laser 9 in room 4\"\n"));
 
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    QVERIFY(discovery.printers().isEmpty());
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.discovery().printers().isEmpty());
+    QVERIFY(runner.run());
 
-    const QList<Printer> found = discovery.printers();
+    const QList<Printer> found = runner.discovery().printers();
     QCOMPARE(found.size(), 1);
     QCOMPARE(found[0].printer_class, QStringLiteral("network"));
     QCOMPARE(found[0].device_uri, QStringLiteral("socket://192.168.1.20"));
@@ -119,13 +109,11 @@ void TestDiscovery::runsEachBackendWithoutArguments()
     QVERIFY(backends::addScript(QStringLiteral("args"),
                                 "echo \"$#\" > /tmp/marks/argc\n"
                                 "echo 'direct usb://Acme/L9 \"Acme L9\" \"USB\"'\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
     QCOMPARE(sandbox::readFile(QStringLiteral("/tmp/marks/argc")), QByteArray("0\n"));
-    QCOMPARE(discovery.printers().size(), 1);
-    QCOMPARE(discovery.printers()[0].printer_class, QStringLiteral("direct"));
+    QCOMPARE(runner.discovery().printers().size(), 1);
+    QCOMPARE(runner.discovery().printers()[0].printer_class, QStringLiteral("direct"));
 }
 
 void TestDiscovery::ignoresBackendLineEndingRightAfterModel()
@@ -135,12 +123,10 @@ void TestDiscovery::ignoresBackendLineEndingRightAfterModel()
                                   "network socket://192.168.1.21 \"Acme Laser 10\"\n"));
     QVERIFY(backends::addPrinting(QStringLiteral("zlong"),
                                   "network socket://192.168.1.22 \"Acme Laser 11\" \"d\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
     // Only the complete line of the second backend counts.
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Acme Laser 11")});
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("Acme Laser 11")});
 }
 
 void TestDiscovery::matchesBackendLineAfterLeadingText()
@@ -149,12 +135,10 @@ void TestDiscovery::matchesBackendLineAfterLeadingText()
                                   "probing...\n"
                                   "INFO: network lpd://10.0.0.7/queue \"Acme 7\" \"Acme 7\"\n"
                                   "x_direct usb://Acme/L9 \"Acme L9\" \"USB\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
 
-    const QList<Printer> found = discovery.printers();
+    const QList<Printer> found = runner.discovery().printers();
     QCOMPARE(found.size(), 2);
     QCOMPARE(found[0].printer_class, QStringLiteral("network"));
     QCOMPARE(found[0].device_uri, QStringLiteral("lpd://10.0.0.7/queue"));
@@ -184,12 +168,10 @@ void TestDiscovery::skipsSubFolderAndNonExecutableFileAndCarriesOn()
     QVERIFY(QFile::link(folder + QStringLiteral("/a-folder"),
                         folder + QStringLiteral("/d-folder-link")));
 
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
 
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Good")});
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("Good")});
     QVERIFY(!QFile::exists(QStringLiteral("/tmp/marks/inner")));
     QVERIFY(!QFile::exists(QStringLiteral("/tmp/marks/plain")));
 }
@@ -206,11 +188,9 @@ void TestDiscovery::followsLinksToBackendPrograms()
     QVERIFY(QFile::link(QStringLiteral("/tmp/elsewhere/missing"),
                         backends::folder() + QStringLiteral("/broken")));
 
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    const QList<Printer> found = discovery.printers();
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
+    const QList<Printer> found = runner.discovery().printers();
     QCOMPARE(found.size(), 1);
     QCOMPARE(found[0].device_uri, QStringLiteral("ipp://linked/ipp"));
 }
@@ -219,38 +199,31 @@ void TestDiscovery::secondRunStartsFromEmptyList()
 {
     QVERIFY(
         backends::addPrinting(QStringLiteral("first"), "network socket://first \"First\" \"d\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("First")});
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("First")});
 
     // The same backends again: nothing is counted twice.
-    watch.start();
-    QVERIFY(watch.waitForRuns(2, runTimeoutMs));
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("First")});
+    QVERIFY(runner.run());
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("First")});
 
     backends::clear();
     QVERIFY(backends::addPrinting(QStringLiteral("second"),
                                   "network socket://second \"Second\" \"d\"\n"));
-    watch.start();
-    QVERIFY(watch.waitForRuns(3, runTimeoutMs));
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Second")});
+    QVERIFY(runner.run());
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("Second")});
 
     backends::clear();
-    watch.start();
-    QVERIFY(watch.waitForRuns(4, runTimeoutMs));
-    QVERIFY(discovery.printers().isEmpty());
+    QVERIFY(runner.run());
+    QVERIFY(runner.discovery().printers().isEmpty());
 }
 
 void TestDiscovery::emptyBackendFolderStillCompletes()
 {
     QVERIFY(QDir(backends::folder()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    QVERIFY(discovery.printers().isEmpty());
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
+    QVERIFY(runner.discovery().printers().isEmpty());
 }
 
 void TestDiscovery::missingBackendFolderStillCompletes()
@@ -271,11 +244,9 @@ void TestDiscovery::missingBackendFolderStillCompletes()
     } unhide{parent};
     QVERIFY(!QFileInfo::exists(backends::folder()));
 
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    QVERIFY(discovery.printers().isEmpty());
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
+    QVERIFY(runner.discovery().printers().isEmpty());
 }
 
 void TestDiscovery::stopsReadingBackendOutputAtNulByte()
@@ -286,13 +257,10 @@ void TestDiscovery::stopsReadingBackendOutputAtNulByte()
     QVERIFY(backends::addPrinting(QStringLiteral("nul"), QByteArray(raw, sizeof(raw) - 1)));
     QVERIFY(
         backends::addPrinting(QStringLiteral("plain"), "network socket://next \"Next\" \"d\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
     // The zero byte ends one backend's text only; the next backend is read whole.
-    QCOMPARE(modelsOf(discovery.printers()),
-             (QStringList{QStringLiteral("Before"), QStringLiteral("Next")}));
+    QCOMPARE(runner.models(), (QStringList{QStringLiteral("Before"), QStringLiteral("Next")}));
 }
 
 void TestDiscovery::decodesNonAsciiModelAsUtf8()
@@ -300,11 +268,9 @@ void TestDiscovery::decodesNonAsciiModelAsUtf8()
     QVERIFY(backends::addPrinting(QStringLiteral("utf8"),
                                   "network socket://h \"B\xc3\xbcro Dru\xc3\xa7ker \xe2\x84\x96"
                                   "5\" \"\xc3\xa9tage 2\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    const QList<Printer> found = discovery.printers();
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
+    const QList<Printer> found = runner.discovery().printers();
     QCOMPARE(found.size(), 1);
     QCOMPARE(found[0].model, QStringLiteral("B\u00fcro Dru\u00e7ker \u21165"));
 }
@@ -322,14 +288,12 @@ void TestDiscovery::runsBackendsOneAfterAnotherInCaseInsensitiveNameOrder()
                                                                    "echo 'end " +
                                                                    n + "' >> /tmp/marks/runs\n"));
     }
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
 
     const QStringList order{QStringLiteral("alpha"), QStringLiteral("beta"),
                             QStringLiteral("Delta"), QStringLiteral("Gamma")};
-    QCOMPARE(modelsOf(discovery.printers()), order);
+    QCOMPARE(runner.models(), order);
     QByteArray expectedRuns;
     for (const QString &name : order)
         expectedRuns += "start " + name.toUtf8() + "\nend " + name.toUtf8() + "\n";
@@ -341,68 +305,63 @@ void TestDiscovery::ignoresStandardError()
     QVERIFY(backends::addScript(QStringLiteral("stderr"),
                                 "echo 'network socket://err \"Err\" \"d\"' >&2\n"
                                 "echo 'network socket://out \"Out\" \"d\"'\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Out")});
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("Out")});
 }
 
 void TestDiscovery::runsTaskOnWorkerThreadAndDeliversCompletedQueued()
 {
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    QThread *worker = discovery.thread();
+    DiscoveryRunner runner;
+    QThread *worker = runner.discovery().thread();
     QVERIFY(worker != QThread::currentThread());
     QVERIFY(worker->isRunning());
 
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    QCOMPARE(watch.emittingThread(), worker);
-    QCOMPARE(watch.receivingThread(), QThread::currentThread());
+    QVERIFY(runner.run());
+    QCOMPARE(runner.emittingThread(), worker);
+    QCOMPARE(runner.receivingThread(), QThread::currentThread());
 }
 
 void TestDiscovery::startOnWorkerThreadRunsTaskAtOnce()
 {
     QVERIFY(backends::addPrinting(QStringLiteral("socket"),
                                   "network socket://direct \"Direct\" \"d\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner runner;
+    Discovery &discovery = runner.discovery();
     std::atomic<int> emittedBefore{-1};
     std::atomic<int> emittedAfter{-1};
-    holdNext(&discovery);
+    handover::holdNext(&discovery);
     QMetaObject::invokeMethod(
         &discovery,
         [&] {
-            emittedBefore.store(watch.emitted(), std::memory_order_relaxed);
+            emittedBefore.store(runner.emitted(), std::memory_order_relaxed);
             discovery.start();
-            emittedAfter.store(watch.emitted(), std::memory_order_release);
+            emittedAfter.store(runner.emitted(), std::memory_order_release);
         },
         Qt::QueuedConnection);
-    release();
+    handover::release();
     QTRY_VERIFY_WITH_TIMEOUT(emittedAfter.load(std::memory_order_acquire) >= 0, runTimeoutMs);
     QCOMPARE(emittedBefore.load(std::memory_order_relaxed), 0);
     // On its own thread the run happened inside start() itself.
     QCOMPARE(emittedAfter.load(std::memory_order_relaxed), 1);
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
-    QCOMPARE(modelsOf(discovery.printers()), QStringList{QStringLiteral("Direct")});
+    QVERIFY(runner.waitForRuns(1));
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("Direct")});
 }
 
 void TestDiscovery::printersReturnsIndependentCopy()
 {
     QVERIFY(
         backends::addPrinting(QStringLiteral("socket"), "network socket://copy \"Copy\" \"d\"\n"));
-    Discovery discovery;
-    CompletionWatch watch(discovery);
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, runTimeoutMs));
+    DiscoveryRunner runner;
+    QVERIFY(runner.run());
 
-    QList<Printer> copy = discovery.printers();
+    QList<Printer> copy = runner.discovery().printers();
     QCOMPARE(copy.size(), 1);
     copy[0].model = QStringLiteral("Changed");
     copy.append(Printer());
-    const QList<Printer> again = discovery.printers();
-    QCOMPARE(modelsOf(again), QStringList{QStringLiteral("Copy")});
+    // A fresh copy still holds the one printer as found.
+    QCOMPARE(runner.models(), QStringList{QStringLiteral("Copy")});
+    QCOMPARE(runner.discovery().printers().size(), 1);
 }
 
 void TestDiscovery::destructorWaitsForRunningTask()

@@ -1,8 +1,6 @@
 // A backend that outlives its 30 second wait. Slow by nature: the limit is fixed, so this
 // test takes a little over half a minute.
-#include "discoveryfixture.h"
-
-#include "discovery/discovery.h"
+#include "support/discoveryrunner.h"
 #include "support/sandbox.h"
 
 #include <QDir>
@@ -41,22 +39,17 @@ void TestStalledBackend::laterBackendsWaitOnStalledOneAndItsOutputStillCounts()
                                 "touch /tmp/marks/after-ran\n"
                                 "echo 'network socket://after \"After\" \"d\"'\n"));
 
-    Discovery discovery;
-    CompletionWatch watch(discovery);
+    DiscoveryRunner runner;
     QElapsedTimer clock;
     clock.start();
-    watch.start();
-    QVERIFY(watch.waitForRuns(1, 90000));
+    QVERIFY(runner.run(90000));
     const qint64 elapsed = clock.elapsed();
     qInfo("run took %lld ms", elapsed);
 
-    QList<QString> models;
-    for (const Printer &printer : discovery.printers())
-        models.append(printer.model);
     // Both of the stalled backend's lines are read once it ends; the refused backend
     // never ran; the one after it ran as usual.
-    QCOMPARE(models, (QList<QString>{QStringLiteral("Early"), QStringLiteral("Late"),
-                                     QStringLiteral("After")}));
+    QCOMPARE(runner.models(), (QStringList{QStringLiteral("Early"), QStringLiteral("Late"),
+                                           QStringLiteral("After")}));
     QVERIFY(QFile::exists(QStringLiteral("/tmp/marks/stalled-done")));
     QVERIFY(!QFile::exists(QStringLiteral("/tmp/marks/refused-ran")));
     QVERIFY(QFile::exists(QStringLiteral("/tmp/marks/after-ran")));

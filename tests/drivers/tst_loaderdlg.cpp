@@ -4,6 +4,7 @@
 #include "drivers/loaderdlg.h"
 
 #include "common/windowchrome.h"
+#include "support/messages.h"
 #include "support/sandbox.h"
 
 #include <QApplication>
@@ -15,6 +16,8 @@
 #include <QStandardPaths>
 #include <QTranslator>
 #include <QtTest>
+
+#include <memory>
 
 namespace {
 
@@ -69,13 +72,6 @@ public:
         return QString();
     }
 };
-
-QStringList messages;
-
-void recordMessage(QtMsgType, const QMessageLogContext &, const QString &message)
-{
-    messages.append(message);
-}
 
 } // namespace
 
@@ -266,10 +262,14 @@ void TestLoaderDlg::showsTheLoadingPicture()
 void TestLoaderDlg::opensUnstyledWithoutStyleSheetFile()
 {
     QVERIFY(!QFile::exists(kStyleSheet));
-    messages.clear();
-    const QtMessageHandler previous = qInstallMessageHandler(recordMessage);
-    LoaderDlg dlg;
-    qInstallMessageHandler(previous);
+    QStringList messages;
+    std::unique_ptr<LoaderDlg> made;
+    {
+        MessageCapture capture;
+        made.reset(new LoaderDlg);
+        messages = capture.messages();
+    }
+    LoaderDlg &dlg = *made;
     QVERIFY(dlg.styleSheet().isEmpty());
     QVERIFY2(messages.isEmpty(), qPrintable(messages.join('\n')));
     dlg.show();

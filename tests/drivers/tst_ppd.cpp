@@ -3,6 +3,8 @@
 
 #include "drivers/ppdset.h"
 
+#include "support/messages.h"
+
 #include <QHash>
 #include <QtTest>
 
@@ -135,11 +137,12 @@ void TestPpd::printWritesFourDebugLines()
     ppd.setManufacturer("HP");
     ppd.setModel("LaserJet 4");
     ppd.driver = "HP LaserJet 4 PCL";
-    QTest::ignoreMessage(QtDebugMsg, "PPD::print :  \"/p/q.ppd\"");
-    QTest::ignoreMessage(QtDebugMsg, "Manufacturer :  \"HP\"");
-    QTest::ignoreMessage(QtDebugMsg, "Model :  \"LaserJet 4\"");
-    QTest::ignoreMessage(QtDebugMsg, "Driver :  \"HP LaserJet 4 PCL\"");
+    MessageCapture capture;
     ppd.print();
+    QCOMPARE(capture.messages(),
+             QStringList({"PPD::print :  \"/p/q.ppd\"", "Manufacturer :  \"HP\"",
+                          "Model :  \"LaserJet 4\"", "Driver :  \"HP LaserJet 4 PCL\""}));
+    QCOMPARE(capture.messages(QtDebugMsg), capture.messages());
 }
 
 void TestPpd::splitsLineIntoFourUntrimmedFields_data()

@@ -3,6 +3,7 @@
 
 #include "drivers/ppdset.h"
 
+#include "support/catalogue.h"
 #include "support/sandbox.h"
 
 #include <QFile>
@@ -28,9 +29,22 @@ QByteArray inWork(const QByteArray &lines)
     return kWork.toUtf8() + "\n" + lines;
 }
 
+// Read, and nothing found: no entry and no manufacturer.
+bool loadedEmpty(const PPDSet *set)
+{
+    return set->loaded && set->ppds.isEmpty() && set->manufacturers().isEmpty();
+}
+
 void touch(const QString &path)
 {
     QVERIFY2(sandbox::writeFile(path, "*PPD-Adobe: \"4.3\"\n"), qPrintable(path));
+}
+
+// Driver files in the work folder.
+void touchInWork(const QStringList &files)
+{
+    for (const QString &file : files)
+        touch(kWork + QLatin1Char('/') + file);
 }
 
 } // namespace
@@ -64,6 +78,8 @@ private slots:
 
 private:
     PPDSet *newSet();
+    // A catalogue that knows these databases, in this order, and has read them.
+    PPDSet *readCatalogue(const QStringList &databases);
     QList<PPDSet *> m_sets;
 };
 
@@ -84,7 +100,7 @@ void TestPpdDatabase::cleanup()
 {
     // The catalogue leaves its records alive for the whole program; the test frees them.
     for (PPDSet *set : qAsConst(m_sets)) {
-        qDeleteAll(set->ppds);
+        freeCatalogue(*set);
         delete set;
     }
     m_sets.clear();
@@ -96,21 +112,24 @@ PPDSet *TestPpdDatabase::newSet()
     return m_sets.last();
 }
 
+PPDSet *TestPpdDatabase::readCatalogue(const QStringList &databases)
+{
+    PPDSet *set = newSet();
+    for (const QString &database : databases)
+        set->addDatabase(database);
+    set->readDatabases();
+    return set;
+}
+
 void TestPpdDatabase::entryKeptOnlyWhenItsFileExists()
 {
     QVERIFY(sandbox::writeFile(kStd1Db, "/usr/share/ppd/std1\n"
                                         "Generic/x.ppd;Generic;Text;Raw\n"));
-    PPDSet *before = newSet();
-    before->addDatabase(kStd1Db);
-    before->readDatabases();
-    QVERIFY(before->loaded);
-    QVERIFY(before->ppds.isEmpty());
-    QVERIFY(before->manufacturers().isEmpty());
+    PPDSet *before = readCatalogue({kStd1Db});
+    QVERIFY(loadedEmpty(before));
 
     touch("/usr/share/ppd/std1/Generic/x.ppd");
-    PPDSet *after = newSet();
-    after->addDatabase(kStd1Db);
-    after->readDatabases();
+    PPDSet *after = readCatalogue({kStd1Db});
     QCOMPARE(after->ppds.size(), 1);
     const PPD *ppd = after->ppds.first();
     QCOMPARE(ppd->path, QString("/usr/share/ppd/std1/Generic/x.ppd"));
@@ -125,17 +144,13 @@ void TestPpdDatabase::entryKeptOnlyWhenItsFileExists()
 
 void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
 {
-    touch(kWork + "/a.ppd");
-    touch(kWork + "/b.ppd");
-    touch(kWork + "/c.ppd");
-    QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;LaserJet;PCL; with a ; inside\n"
+    touchInWork({"a.ppd", "b.ppd", "c.ppd"});
+    QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;LaserJet;PCL; v2\n"
                                                "b.ppd;HP;LaserJet\n"
                                                "# c.ppd is the only good line\n"
                                                "\n"
                                                "c.ppd;Kyocera;FS;KPDL\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/c.ppd");
     QCOMPARE(set->manufacturers(), QStringList({"Kyocera"}));
@@ -143,15 +158,11 @@ void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
 
 void TestPpdDatabase::emptyFieldsBecomeUnknownAndUnknownIsListedOnce()
 {
-    touch(kWork + "/x.ppd");
-    touch(kWork + "/y.ppd");
-    touch(kWork + "/z.ppd");
+    touchInWork({"x.ppd", "y.ppd", "z.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("x.ppd;;;\n"
                                                "y.ppd;;Some model;drv\n"
                                                "z.ppd;Unknown;;\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 3);
     const PPD *x = set->ppds.at(0);
     QCOMPARE(x->path, kWork + "/x.ppd");
@@ -171,10 +182,7 @@ void TestPpdDatabase::missingAddedDatabaseLeavesDeviceDatabaseEntries()
                                         "HP/HP-OfficeJet_Pro_1175C-pcl3.ppd;HP;OfficeJet Pro "
                                         "1175C;HP OfficeJet Pro 1175C pcl3\n"));
     QVERIFY(!QFile::exists(kAddedDb));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db, kAddedDb});
     QVERIFY(set->loaded);
     QCOMPARE(set->ppds.size(), 2);
     QCOMPARE(set->ppds.at(0)->path, QString("/usr/share/ppd/std1/Generic/x.ppd"));
@@ -191,9 +199,7 @@ void TestPpdDatabase::modelsRepeatPerDriverAndDriversKeepFileOrder()
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("HP/lj4-pcl.ppd;HP;LaserJet 4;HP LaserJet 4 PCL\n"
                                                "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
                                                "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->models("HP"), QStringList({"LaserJet 4", "DeskJet", "LaserJet 4"}));
     QCOMPARE(set->models("HP").count("LaserJet 4"), 2);
     const QList<PPD *> drivers = set->drivers("HP", "LaserJet 4");
@@ -208,9 +214,7 @@ void TestPpdDatabase::findByPathDiffersInCaseFindsNothing()
 {
     touch(kWork + "/HP/lj4.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("HP/lj4.ppd;HP;LaserJet 4;PCL\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->findByPath(kWork + "/HP/lj4.ppd"), set->ppds.value(0));
     QVERIFY(set->findByPath(kWork + "/HP/lj4.ppd") != nullptr);
     QVERIFY(set->findByPath(kWork + "/hp/lj4.ppd") == nullptr);
@@ -222,48 +226,41 @@ void TestPpdDatabase::emptyFileContributesNothing()
     touch(kWork + "/a.ppd");
     QVERIFY(sandbox::writeFile(kStd1Db, ""));
     QVERIFY(sandbox::writeFile(kAddedDb, inWork("a.ppd;HP;M;D\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db, kAddedDb});
     QVERIFY(set->loaded);
     // Only the second file's entry: the empty file added none.
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/a.ppd");
 
-    PPDSet *alone = newSet();
-    alone->addDatabase(kStd1Db);
-    alone->readDatabases();
-    QVERIFY(alone->loaded);
-    QVERIFY(alone->ppds.isEmpty());
-    QVERIFY(alone->manufacturers().isEmpty());
+    PPDSet *alone = readCatalogue({kStd1Db});
+    QVERIFY(loadedEmpty(alone));
 }
 
 void TestPpdDatabase::firstLineOnlyFileContributesNothing()
 {
     touch(kWork + "/a.ppd");
-    for (const QByteArray &content : {kWork.toUtf8(), kWork.toUtf8() + "\n"}) {
+    // The only line is a driver line that names an existing file when read as one (an
+    // empty base folder composes "/tmp/drivertest/a.ppd"); being first, it is the base
+    // folder and nothing else.
+    const QByteArray line = kWork.mid(1).toUtf8() + "/a.ppd;HP;A;PCL";
+    DriverLine fields;
+    QVERIFY(parseDriverLine(QString::fromUtf8(line), &fields));
+    for (const QByteArray &content : {line, line + "\n"}) {
         QVERIFY(sandbox::writeFile(kStd1Db, content));
         PPDSet *set = newSet();
         set->addDatabase(kStd1Db);
         set->readDatabases();
-        QVERIFY(set->loaded);
-        QVERIFY(set->ppds.isEmpty());
-        QVERIFY(set->manufacturers().isEmpty());
+        QVERIFY(loadedEmpty(set));
     }
 }
 
 void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
 {
-    touch(kWork + "/a.ppd");
-    touch(kWork + "/b.ppd");
-    touch(kWork + "/c.ppd");
+    touchInWork({"a.ppd", "b.ppd", "c.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("a.ppd;HP;A;PCL\n"
                                                "b.ppd;Epson;B;ESC/POS\n"
                                                "c.ppd;HP;C;PS\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 3);
     QCOMPARE(sorted(set->manufacturers()), QStringList({"Epson", "HP"}));
 
@@ -282,14 +279,10 @@ void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
 
 void TestPpdDatabase::databasesAreReadInRegistrationOrder()
 {
-    touch(kWork + "/one/a.ppd");
-    touch(kWork + "/two/b.ppd");
+    touchInWork({"one/a.ppd", "two/b.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/one\na.ppd;HP;A;x\n"));
     QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + "/two\nb.ppd;HP;B;y\n"));
-    PPDSet *forward = newSet();
-    forward->addDatabase(kAddedDb);
-    forward->addDatabase(kStd1Db);
-    forward->readDatabases();
+    PPDSet *forward = readCatalogue({kAddedDb, kStd1Db});
     QCOMPARE(forward->ppds.size(), 2);
     // Each file keeps its own base folder.
     QCOMPARE(forward->ppds.at(0)->path, kWork + "/two/b.ppd");
@@ -303,22 +296,16 @@ void TestPpdDatabase::baseFolderIsUsedExactlyAsWritten()
     // resolves; trailing blanks are part of the folder name and do not resolve.
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "/\na.ppd;HP;A;x\n"));
     QVERIFY(sandbox::writeFile(kAddedDb, kWork.toUtf8() + " \na.ppd;HP;A;x\n"));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db, kAddedDb});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "//a.ppd");
 }
 
 void TestPpdDatabase::windowsLineEndsAreAccepted()
 {
-    touch(kWork + "/a.ppd");
-    touch(kWork + "/b.ppd");
+    touchInWork({"a.ppd", "b.ppd"});
     QVERIFY(sandbox::writeFile(kStd1Db, kWork.toUtf8() + "\r\na.ppd;HP;A;PCL\r\nb.ppd;HP;B;PS"));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 2);
     QCOMPARE(set->ppds.at(0)->path, kWork + "/a.ppd");
     QCOMPARE(set->ppds.at(0)->driver, QString("PCL"));
@@ -332,9 +319,7 @@ void TestPpdDatabase::existenceFollowsLinks()
     QVERIFY(QFile::link(kWork + "/missing.ppd", kWork + "/dangling-link.ppd"));
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("dangling-link.ppd;HP;Dangling;x\n"
                                                "good-link.ppd;HP;Good;y\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/good-link.ppd");
 }
@@ -343,9 +328,7 @@ void TestPpdDatabase::anyFileSystemObjectCountsAsExisting()
 {
     QVERIFY(QDir().mkpath(kWork + "/folder.ppd"));
     QVERIFY(sandbox::writeFile(kStd1Db, inWork("folder.ppd;HP;F;x\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 1);
 }
 
@@ -356,11 +339,8 @@ void TestPpdDatabase::unreadableDatabaseIsSkipped()
     // text file by anyone.
     QVERIFY(QDir().mkpath(kWork + "/not-a-file.db"));
     QVERIFY(sandbox::writeFile(kAddedDb, inWork("a.ppd;HP;A;x\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kWork + "/not-a-file.db");
-    set->addDatabase("/nonexistent/printdrivers.db");
-    set->addDatabase(kAddedDb);
-    set->readDatabases();
+    PPDSet *set =
+        readCatalogue({kWork + "/not-a-file.db", "/nonexistent/printdrivers.db", kAddedDb});
     QVERIFY(set->loaded);
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, kWork + "/a.ppd");
@@ -369,13 +349,15 @@ void TestPpdDatabase::unreadableDatabaseIsSkipped()
 void TestPpdDatabase::onlyTheFirstLineIsTheBaseFolder()
 {
     touch(kWork + "/a.ppd");
-    // Looks like a driver line but, being first, names the base folder; the second line
-    // then composes "<first line>/a.ppd", which does not exist.
-    QVERIFY(sandbox::writeFile(kStd1Db, "a.ppd;HP;A;x\na.ppd;HP;A;x\n"));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
-    QVERIFY(set->ppds.isEmpty());
+    // The first line looks like a driver line whose file exists ("/tmp/drivertest/a.ppd"
+    // from an empty base) but, being first, names the base folder. A later folder-like
+    // line does not replace it, so the last line composes "<first line>/a.ppd", which
+    // does not exist; read any other way, one of the lines would find a.ppd.
+    QVERIFY(sandbox::writeFile(kStd1Db, kWork.mid(1).toUtf8() + "/a.ppd;HP;A;x\n" + kWork.toUtf8() +
+                                            "\n"
+                                            "a.ppd;HP;A;x\n"));
+    PPDSet *set = readCatalogue({kStd1Db});
+    QVERIFY(loadedEmpty(set));
 }
 
 void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()
@@ -387,9 +369,7 @@ void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()
                                                "3.ppd;HP ;laserjet;c\n"
                                                "4.ppd;HP;LaserJet;d\n"
                                                "5.ppd;HP;LaserJet ;e\n")));
-    PPDSet *set = newSet();
-    set->addDatabase(kStd1Db);
-    set->readDatabases();
+    PPDSet *set = readCatalogue({kStd1Db});
     QCOMPARE(set->ppds.size(), 5);
     QCOMPARE(sorted(set->manufacturers()), QStringList({"HP", "HP ", "hp"}));
     QCOMPARE(set->models("HP"), QStringList({"LaserJet", "LaserJet", "LaserJet "}));

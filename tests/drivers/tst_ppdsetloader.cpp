@@ -6,19 +6,21 @@
 // the test thread and the worker is invisible to it. The tests therefore
 //  - create every object that both threads touch before the loader starts its thread
 //    (thread creation is an ordering the tool sees);
-//  - queue nothing of their own but slots invoked by name, so that no functor of ours
-//    travels through Qt's queue;
-//  - add explicit edges: a gate (std::mutex + std::condition_variable) queued on the
-//    worker ahead of each load and opened by the test after its own writes, and a
-//    completion record (std::mutex) that the worker fills by direct connection and the
-//    test locks before it reads the catalogue, and the same record filled by the
-//    thread's finished() and read from the loader's destroyed(), which stands for the
-//    join inside the loader's destructor.
+//  - queue nothing of their own that carries data through Qt's queue;
+//  - add explicit edges: a hold (support/handover.h, an acquiring wait that captures
+//    nothing) queued on the worker ahead of each load and released by the test after its
+//    own writes, and a completion record (std::mutex) that the worker fills by direct connection
+//    and the test locks before it reads the catalogue, and the same record filled by the thread's
+//    finished() and read from the loader's destroyed(), which stands for the join inside the
+//    loader's destructor.
 // The loader itself takes no locks; these edges stand for the ones Qt provides.
 
 #include "drivers/ppdset.h"
 #include "drivers/ppdsetloader.h"
 
+#include "support/catalogue.h"
+#include "support/handover.h"
+#include "support/messages.h"
 #include "support/sandbox.h"
 
 #include <QElapsedTimer>
@@ -28,7 +30,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -54,34 +56,6 @@ bool openInThisProcess(const QString &path)
 const QString kWork = QStringLiteral("/tmp/loadertest");
 const QString kDatabase = kWork + QStringLiteral("/std1.db");
 
-// Holds the worker until the test opens it.
-class Gate
-{
-public:
-    void open()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = true;
-        m_changed.notify_all();
-    }
-    void close()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_open = false;
-    }
-    // Returns false when the gate stayed shut for the whole time.
-    bool pass(std::chrono::milliseconds limit)
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, limit, [this] { return m_open; });
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    bool m_open = false;
-};
-
 void writeDatabase(const QStringList &files)
 {
     QByteArray content = kWork.toUtf8() + "\n";
@@ -92,51 +66,7 @@ void writeDatabase(const QStringList &files)
     QVERIFY(sandbox::writeFile(kDatabase, content));
 }
 
-std::mutex warningsMutex;
-QStringList warnings;
-QtMessageHandler previousHandler = nullptr;
-
-void recordWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
-{
-    if (type == QtWarningMsg || type == QtCriticalMsg) {
-        std::lock_guard<std::mutex> lock(warningsMutex);
-        warnings.append(message);
-    }
-    previousHandler(type, context, message);
-}
-
 } // namespace
-
-// Queued on the loader's thread ahead of a load, waits there on a gate.
-class WorkerHold : public QObject
-{
-    Q_OBJECT
-public:
-    explicit WorkerHold(Gate *gate)
-        : m_gate(gate)
-    {
-    }
-
-    // Everything queued on the loader after this call waits for the gate.
-    void queueOn(PPDSetLoader *loader)
-    {
-        if (thread() != loader->thread())
-            moveToThread(loader->thread());
-        QMetaObject::invokeMethod(this, "hold", Qt::QueuedConnection);
-    }
-    bool heldTooLong() const { return m_heldTooLong; }
-
-private slots:
-    void hold()
-    {
-        if (!m_gate->pass(std::chrono::seconds(20)))
-            m_heldTooLong = true;
-    }
-
-private:
-    Gate *m_gate;
-    std::atomic<bool> m_heldTooLong{false};
-};
 
 // What the worker records, on its own thread, when the loader emits completed() and
 // when its thread ends; and whether that end came before the loader was torn down.
@@ -213,37 +143,39 @@ private slots:
 
 private:
     QList<PPDSet *> m_sets;
+    std::unique_ptr<MessageCapture> messages;
+    // A catalogue that knows the test's database (and owns nothing yet).
     PPDSet *newSet();
 };
 
 void TestPpdSetLoader::initTestCase()
 {
     REQUIRE_SANDBOX();
-    previousHandler = qInstallMessageHandler(recordWarnings);
+    messages.reset(new MessageCapture);
 }
 
 void TestPpdSetLoader::init()
 {
     sandbox::removePath(kWork);
-    std::lock_guard<std::mutex> lock(warningsMutex);
-    warnings.clear();
+    messages->clear();
 }
 
 void TestPpdSetLoader::cleanup()
 {
     for (PPDSet *set : qAsConst(m_sets)) {
-        qDeleteAll(set->ppds); // the catalogue itself never frees its records
+        freeCatalogue(*set);
         delete set;
     }
     m_sets.clear();
     // A request the meta-object system cannot queue is only reported as a warning.
-    std::lock_guard<std::mutex> lock(warningsMutex);
+    const QStringList warnings = messages->warnings();
     QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join('\n')));
 }
 
 PPDSet *TestPpdSetLoader::newSet()
 {
     m_sets.append(new PPDSet);
+    m_sets.last()->addDatabase(kDatabase);
     return m_sets.last();
 }
 
@@ -270,14 +202,11 @@ void TestPpdSetLoader::livesOnItsOwnRunningThread()
 void TestPpdSetLoader::loadReturnsBeforeAnyFileIsRead()
 {
     PPDSet *set = newSet();
-    set->addDatabase(kDatabase);
     LoaderWatch completion;
-    Gate gate;
-    WorkerHold hold(&gate);
 
     PPDSetLoader loader;
     completion.watch(&loader);
-    hold.queueOn(&loader);
+    handover::holdNext(&loader);
 
     loader.load(set);
     // load() has returned while the worker is held: nothing is read yet.
@@ -288,10 +217,10 @@ void TestPpdSetLoader::loadReturnsBeforeAnyFileIsRead()
     // The database and its drivers only come into being now, after load() returned, so
     // finding them in the catalogue shows that the reading happened afterwards.
     writeDatabase({"a.ppd", "b.ppd"});
-    gate.open();
+    handover::release();
 
     QTRY_COMPARE(completion.emitted(), 1);
-    QVERIFY(!hold.heldTooLong());
+    QVERIFY(!handover::heldTooLong());
     QVERIFY(set->loaded);
     QCOMPARE(set->ppds.size(), 2);
     QCOMPARE(set->ppds.at(0)->path, kWork + "/a.ppd");
@@ -302,10 +231,7 @@ void TestPpdSetLoader::completedArrivesLaterOnTheGuiThread()
 {
     writeDatabase({"a.ppd", "b.ppd", "c.ppd"});
     PPDSet *set = newSet();
-    set->addDatabase(kDatabase);
     LoaderWatch completion;
-    Gate gate;
-    WorkerHold hold(&gate);
 
     PPDSetLoader loader;
     QObject receiver;
@@ -321,11 +247,11 @@ void TestPpdSetLoader::completedArrivesLaterOnTheGuiThread()
         entriesOnArrival = set->ppds.size();
     });
     completion.watch(&loader);
-    hold.queueOn(&loader);
+    handover::holdNext(&loader);
 
     loader.load(set);
     QCOMPARE(arrivals, 0);
-    gate.open();
+    handover::release();
 
     QTRY_COMPARE(arrivals, 1);
     QCOMPARE(arrivedOn, QThread::currentThread());
@@ -334,7 +260,7 @@ void TestPpdSetLoader::completedArrivesLaterOnTheGuiThread()
     QCOMPARE(emittedOnArrival, 1);
     QCOMPARE(entriesOnArrival, 3);
     QVERIFY(set->loaded);
-    QVERIFY(!hold.heldTooLong());
+    QVERIFY(!handover::heldTooLong());
 
     // One load, one signal.
     QTest::qWait(100);
@@ -346,27 +272,23 @@ void TestPpdSetLoader::secondLoadReadsTheDatabasesAgain()
 {
     writeDatabase({"a.ppd", "b.ppd"});
     PPDSet *set = newSet();
-    set->addDatabase(kDatabase);
     LoaderWatch completion;
-    Gate gate;
-    WorkerHold hold(&gate);
 
     PPDSetLoader loader;
     completion.watch(&loader);
 
-    hold.queueOn(&loader);
+    handover::holdNext(&loader);
     loader.load(set);
-    gate.open();
+    handover::release();
     QTRY_COMPARE(completion.emitted(), 1);
     QCOMPARE(set->ppds.size(), 2);
 
-    // Closed before the second request is queued, opened after our reads above.
-    gate.close();
-    hold.queueOn(&loader);
+    // Held again before the second request is queued, released after our reads above.
+    handover::holdNext(&loader);
     loader.load(set);
-    gate.open();
+    handover::release();
     QTRY_COMPARE(completion.emitted(), 2);
-    QVERIFY(!hold.heldTooLong());
+    QVERIFY(!handover::heldTooLong());
     QCOMPARE(set->ppds.size(), 4);
     QStringList manufacturers = set->manufacturers();
     std::sort(manufacturers.begin(), manufacturers.end());
@@ -407,7 +329,6 @@ void TestPpdSetLoader::destroyedWhileLoadingWaitsForTheLoad()
     content += QByteArray("missing.ppd;HP;Model;Driver\n").repeated(300000);
     QVERIFY(sandbox::writeFile(kDatabase, content));
     PPDSet *set = newSet();
-    set->addDatabase(kDatabase);
     LoaderWatch completion;
 
     auto *loader = new PPDSetLoader;

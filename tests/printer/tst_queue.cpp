@@ -26,36 +26,6 @@ const QString officeLpadmin =
     QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' "
                    "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E");
 
-// A shell runner that notes when each command line arrived and answers every one with
-// the given exit status, so tests can look at timing and at failing commands.
-class TimedShell
-{
-public:
-    explicit TimedShell(int status = 0)
-    {
-        m_clock.start();
-        m_previous = zeq::System::SetShellRunner([this, status](const QString &command) {
-            m_commands.append(command);
-            m_times.append(m_clock.nsecsElapsed());
-            return status;
-        });
-    }
-    ~TimedShell() { zeq::System::SetShellRunner(std::move(m_previous)); }
-    TimedShell(const TimedShell &) = delete;
-    TimedShell &operator=(const TimedShell &) = delete;
-
-    QStringList commands() const { return m_commands; }
-    // Seconds between the arrival of command i and command j.
-    double gap(int i, int j) const { return (m_times.at(j) - m_times.at(i)) / 1e9; }
-    double sinceStart() const { return m_clock.nsecsElapsed() / 1e9; }
-
-private:
-    QElapsedTimer m_clock;
-    QStringList m_commands;
-    QList<qint64> m_times;
-    zeq::System::ShellRunner m_previous;
-};
-
 } // namespace
 
 class TestQueue : public QObject
@@ -102,7 +72,7 @@ private slots:
 
     void installWaitsHalfASecondBetweenLpadminAndCupsaccept()
     {
-        TimedShell shell;
+        ShellRecorder shell;
         office().Install();
         QCOMPARE(shell.commands().size(), 2);
         QVERIFY2(
@@ -113,7 +83,7 @@ private slots:
     void installDoesNotWaitAfterCupsaccept()
     {
         Printer::setDefaultPrinterName(QStringLiteral("Office"));
-        TimedShell shell;
+        ShellRecorder shell;
         office().Install();
         QCOMPARE(shell.commands().size(), 3);
         QVERIFY2(shell.gap(1, 2) < 0.4,
@@ -171,7 +141,7 @@ private slots:
     void installRunsTheWholeSequenceWhenEveryCommandFails()
     {
         Printer::setDefaultPrinterName(QStringLiteral("Office"));
-        TimedShell failing(1);
+        ShellRecorder failing(ShellRecorder::Record, 1);
         office().Install();
         QCOMPARE(failing.commands(),
                  QStringList({officeLpadmin, QStringLiteral("cupsaccept Office"),
@@ -218,7 +188,7 @@ private slots:
 
     void uninstallRunsBothCommandsWhenBothFail()
     {
-        TimedShell failing(1);
+        ShellRecorder failing(ShellRecorder::Record, 1);
         office().Uninstall();
         QCOMPARE(failing.commands(),
                  QStringList({QStringLiteral("lpadmin -x Office"),
@@ -252,7 +222,7 @@ private slots:
 
     void uninstallDoesNotSleep()
     {
-        TimedShell shell;
+        ShellRecorder shell;
         office().Uninstall();
         QCOMPARE(shell.commands().size(), 2);
         QVERIFY2(shell.sinceStart() < 0.4,

@@ -1,4 +1,5 @@
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 
 #include <zeq/persistentproperties.h>
@@ -7,7 +8,16 @@
 
 namespace {
 const QString registry = QStringLiteral("/tmp/config/registry/hardware/printer");
+
+// The path a record of this name gets from UpdatePath().
+QString pathFor(const QString &name)
+{
+    Printer p;
+    p.name = name;
+    p.UpdatePath();
+    return p.path();
 }
+} // namespace
 
 class TestRecord : public QObject
 {
@@ -15,11 +25,7 @@ class TestRecord : public QObject
 
 private slots:
     void initTestCase() { REQUIRE_SANDBOX(); }
-    void init()
-    {
-        sandbox::removePath(QStringLiteral("/tmp/config"));
-        Printer::setDefaultPrinterName(QString());
-    }
+    void init() { resetRegistry(); }
 
     void newRecordIsEmptyWithFlagFalse()
     {
@@ -51,44 +57,35 @@ private slots:
         Printer q;
         q.set_path(p.path());
         q.Load();
-        QCOMPARE(q.name, p.name);
-        QCOMPARE(q.printer_class, p.printer_class);
-        QCOMPARE(q.model, p.model);
-        QCOMPARE(q.device_uri, p.device_uri);
-        QCOMPARE(q.ppd, p.ppd);
-        QCOMPARE(q.win_driver, p.win_driver);
-        QCOMPARE(q.paper_size, p.paper_size);
+        QCOMPARE(recordFields(q), recordFields(p));
         QCOMPARE(q.default_vdi_printer, true);
     }
 
     void updatePathTurnsEachWhitespaceCharacterIntoAnUnderscore()
     {
+        QCOMPARE(pathFor(QStringLiteral("A  B\tC")), registry + QStringLiteral("/A__B_C.pr"));
+        QCOMPARE(pathFor(QStringLiteral("Office Laser 2")),
+                 registry + QStringLiteral("/Office_Laser_2.pr"));
+        QCOMPARE(pathFor(QStringLiteral("line\nfeed\r\vx")),
+                 registry + QStringLiteral("/line_feed__x.pr"));
+        // The same record renamed gets each new path in turn.
         Printer p;
         p.name = QStringLiteral("A  B\tC");
         p.UpdatePath();
-        QCOMPARE(p.path(), registry + QStringLiteral("/A__B_C.pr"));
         p.name = QStringLiteral("Office Laser 2");
         p.UpdatePath();
         QCOMPARE(p.path(), registry + QStringLiteral("/Office_Laser_2.pr"));
-        p.name = QStringLiteral("line\nfeed\r\vx");
-        p.UpdatePath();
-        QCOMPARE(p.path(), registry + QStringLiteral("/line_feed__x.pr"));
     }
 
     void updatePathLeavesSlashesSoThePathPointsIntoASubfolder()
     {
-        Printer p;
-        p.name = QStringLiteral("floor2/Office");
-        p.UpdatePath();
-        QCOMPARE(p.path(), registry + QStringLiteral("/floor2/Office.pr"));
+        QCOMPARE(pathFor(QStringLiteral("floor2/Office")),
+                 registry + QStringLiteral("/floor2/Office.pr"));
     }
 
     void updatePathDoesNotReexpandPercentSigns()
     {
-        Printer p;
-        p.name = QStringLiteral("Laser%1%2");
-        p.UpdatePath();
-        QCOMPARE(p.path(), registry + QStringLiteral("/Laser%1%2.pr"));
+        QCOMPARE(pathFor(QStringLiteral("Laser%1%2")), registry + QStringLiteral("/Laser%1%2.pr"));
     }
 
     void renamingDoesNotMoveTheFileUntilUpdatePath()

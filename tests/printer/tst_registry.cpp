@@ -1,4 +1,5 @@
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 
 #include <QtTest>
@@ -9,20 +10,6 @@ namespace {
 
 const QString registry = QStringLiteral("/tmp/config/registry/hardware/printer");
 const QString defaultEntry = registry + QStringLiteral("/default");
-
-// Owns a printer map for the duration of a test.
-struct Map {
-    QHash<QString, Printer *> printers = Printer::GetPrinters();
-    ~Map() { qDeleteAll(printers); }
-    Printer *byName(const QString &name) const
-    {
-        for (Printer *p : printers) {
-            if (p->name == name)
-                return p;
-        }
-        return nullptr;
-    }
-};
 
 Printer makePrinter(const QString &name, const QString &cls = QStringLiteral("direct"))
 {
@@ -44,25 +31,21 @@ class TestRegistry : public QObject
 
 private slots:
     void initTestCase() { REQUIRE_SANDBOX(); }
-    void init()
-    {
-        sandbox::removePath(QStringLiteral("/tmp/config"));
-        Printer::setDefaultPrinterName(QString());
-    }
+    void init() { resetRegistry(); }
 
     void emptyFolderGivesEmptyMapAndEmptyDefaultName()
     {
         QDir().mkpath(registry);
         Printer::setDefaultPrinterName(QStringLiteral("stale"));
         QTest::ignoreMessage(QtDebugMsg, "Printer::GetPrinters - Default printer = ");
-        Map map;
+        PrinterMap map;
         QVERIFY(map.printers.isEmpty());
         QCOMPARE(Printer::defaultPrinterName(), QString());
     }
 
     void missingRegistryFolderGivesEmptyMap()
     {
-        Map map;
+        PrinterMap map;
         QVERIFY(map.printers.isEmpty());
         QVERIFY(!QFileInfo::exists(registry)); // reading creates nothing
     }
@@ -73,7 +56,7 @@ private slots:
         Printer b = makePrinter(QStringLiteral("Front Desk"), QStringLiteral("network"));
         QVERIFY(a.Commit());
         QVERIFY(b.Commit());
-        Map map;
+        PrinterMap map;
         QCOMPARE(map.printers.size(), 2);
         QVERIFY(map.printers.contains(registry + QStringLiteral("/Office.pr")));
         QVERIFY(map.printers.contains(registry + QStringLiteral("/Front_Desk.pr")));
@@ -88,7 +71,7 @@ private slots:
         Printer a = makePrinter(QStringLiteral("Office"));
         a.SetDefault();
         QVERIFY(a.Commit());
-        Map map;
+        PrinterMap map;
         QCOMPARE(map.printers.size(), 1);
         QCOMPARE(Printer::defaultPrinterName(), QStringLiteral("Office"));
         QVERIFY(map.byName(QStringLiteral("Office"))->IsDefault());
@@ -100,7 +83,7 @@ private slots:
         a.SetDefault();
         a.Commit();
         QTest::ignoreMessage(QtDebugMsg, "Printer::GetPrinters - Default printer = Office");
-        Map map;
+        PrinterMap map;
     }
 
     void committingTheDefaultWritesTwoIdenticalFiles()
@@ -135,9 +118,10 @@ private slots:
         b.Commit();
         b.SetDefault();
         b.Commit();
-        QCOMPARE(sandbox::readFile(defaultEntry), sandbox::readFile(registry + QStringLiteral("/Lab.pr")));
+        QCOMPARE(sandbox::readFile(defaultEntry),
+                 sandbox::readFile(registry + QStringLiteral("/Lab.pr")));
         QCOMPARE(sandbox::readFile(registry + QStringLiteral("/Office.pr")), officeFile);
-        Map map;
+        PrinterMap map;
         QVERIFY(map.byName(QStringLiteral("Lab"))->IsDefault());
         QVERIFY(!map.byName(QStringLiteral("Office"))->IsDefault());
     }
@@ -151,7 +135,7 @@ private slots:
         QVERIFY(!QFileInfo::exists(registry + QStringLiteral("/Office.pr")));
         QVERIFY(!QFileInfo::exists(defaultEntry));
         QCOMPARE(Printer::defaultPrinterName(), QStringLiteral("Office")); // until the next read
-        Map map;
+        PrinterMap map;
         QCOMPARE(Printer::defaultPrinterName(), QString());
     }
 
@@ -176,7 +160,7 @@ private slots:
         QFile::remove(registry + QStringLiteral("/Gone.pr"));
         makePrinter(QStringLiteral("Office")).Commit();
         makePrinter(QStringLiteral("Lab")).Commit();
-        Map map;
+        PrinterMap map;
         QCOMPARE(map.printers.size(), 2);
         QCOMPARE(Printer::defaultPrinterName(), QStringLiteral("Gone"));
         for (Printer *p : qAsConst(map.printers))
@@ -188,7 +172,7 @@ private slots:
         Printer a = makePrinter(QStringLiteral("Office"));
         a.Commit();
         a.SetDefault();
-        Map map;
+        PrinterMap map;
         QCOMPARE(Printer::defaultPrinterName(), QString());
     }
 
@@ -210,7 +194,7 @@ private slots:
         QFETCH(QByteArray, content);
         QVERIFY(sandbox::writeFile(registry + QStringLiteral("/Broken.pr"), content));
         makePrinter(QStringLiteral("Office")).Commit();
-        Map map;
+        PrinterMap map;
         QCOMPARE(map.printers.size(), 2);
         Printer *broken = map.printers.value(registry + QStringLiteral("/Broken.pr"));
         QVERIFY(broken);
@@ -227,7 +211,7 @@ private slots:
         const QByteArray model((1 << 20) - 64, 'm');
         QVERIFY(sandbox::writeFile(registry + QStringLiteral("/Big.pr"),
                                    "name=Big\nmodel=" + model + "\npaper_size=A4\n"));
-        Map map;
+        PrinterMap map;
         Printer *big = map.byName(QStringLiteral("Big"));
         QVERIFY(big);
         QCOMPARE(big->model.size(), model.size());
@@ -238,7 +222,7 @@ private slots:
     {
         QVERIFY(QDir().mkpath(registry + QStringLiteral("/Folder.pr")));
         makePrinter(QStringLiteral("Office")).Commit();
-        Map map;
+        PrinterMap map;
         QCOMPARE(map.printers.size(), 1);
     }
 
@@ -247,7 +231,7 @@ private slots:
         QVERIFY(QDir().mkpath(defaultEntry));
         Printer a = makePrinter(QStringLiteral("Office"));
         a.Commit();
-        Map map;
+        PrinterMap map;
         QCOMPARE(Printer::defaultPrinterName(), QString());
         QCOMPARE(map.printers.size(), 1);
         // Committing the default cannot replace a folder; the record itself is still written.
@@ -260,7 +244,7 @@ private slots:
     void registryPathThatIsAFileGivesEmptyMapAndFailedCommits()
     {
         QVERIFY(sandbox::writeFile(registry, "not a folder"));
-        Map map;
+        PrinterMap map;
         QVERIFY(map.printers.isEmpty());
         Printer a = makePrinter(QStringLiteral("Office"));
         QVERIFY(!a.Commit());

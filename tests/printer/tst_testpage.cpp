@@ -26,6 +26,14 @@ Printer rawPrinter()
     return p;
 }
 
+// Prints the test page with every command recorded and returns the settings text written.
+QByteArray settingsWrittenFor(Printer p)
+{
+    ShellRecorder shell;
+    p.PrintTestPage();
+    return sandbox::readFile(settingsFile);
+}
+
 const QByteArray rawPrinterSettings =
     "\tName:\t\tReceipts\r\n\r\n"
     "\tClass:\t\tdirect\r\n\r\n"
@@ -227,9 +235,7 @@ private slots:
         Printer p = rawPrinter();
         p.model = QStringLiteral("100% Laser %1");
         p.win_driver = QStringLiteral("%2 driver");
-        ShellRecorder shell;
-        p.PrintTestPage();
-        const QByteArray written = sandbox::readFile(settingsFile);
+        const QByteArray written = settingsWrittenFor(p);
         QVERIFY(written.contains("\tModel:\t\t100% Laser %1\r\n\r\n"));
         QVERIFY(written.contains("\tWindows Driver:\t%2 driver\r\n\r\n"));
     }
@@ -241,9 +247,7 @@ private slots:
         Printer p = rawPrinter();
         p.name = QStringLiteral("B\u00fcro");
         p.model = QStringLiteral("\u00c9tiquette 58");
-        ShellRecorder shell;
-        p.PrintTestPage();
-        const QByteArray written = sandbox::readFile(settingsFile);
+        const QByteArray written = settingsWrittenFor(p);
         QVERIFY(written.startsWith("\tName:\t\tB\xc3\xbcro\r\n\r\n"));
         QVERIFY(written.contains("\tModel:\t\t\xc3\x89tiquette 58\r\n\r\n"));
     }

@@ -1,8 +1,12 @@
 #include <QDir>
+#include <QDirIterator>
+#include <QFile>
 #include <QIcon>
 #include <QImage>
 #include <QPainter>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QResource>
 #include <QStandardPaths>
 #include <QtTest>
 
@@ -226,6 +230,29 @@ private slots:
         // A little room for another librsvg's antialiasing; a changed drawing that was not
         // rendered again with scripts/render-icons shows up as whole shapes.
         QCOMPARE(differingPixels(fresh, compiled, 24), 0);
+    }
+
+    void iconsAreCompiledInResourceFormatVersionTwo()
+    {
+        // The objects this test links were compiled from rcc's generated source; the
+        // version it registers the tree with is the format the tree was written in.
+        QString generated;
+        QDirIterator it(QStringLiteral(ICONS_AUTOGEN_DIR), {QStringLiteral("qrc_icons.cpp")},
+                        QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext() && generated.isEmpty())
+            generated = it.next();
+        QVERIFY2(!generated.isEmpty(), "no qrc_icons.cpp below " ICONS_AUTOGEN_DIR);
+        QFile file(generated);
+        QVERIFY(file.open(QIODevice::ReadOnly | QIODevice::Text));
+        const QString source = QString::fromUtf8(file.readAll());
+        const QRegularExpression registration(
+            QStringLiteral(R"(qInitResources_icons\)\(\)\s*\{\s*int version = (\d+);\s*)"
+                           R"(QT_RCC_PREPEND_NAMESPACE\(qRegisterResourceData\)\s*\(version,)"));
+        const QRegularExpressionMatch match = registration.match(source);
+        QVERIFY2(match.hasMatch(), qPrintable(generated));
+        QCOMPARE(match.captured(1), QStringLiteral("2"));
+        // Version 2 trees carry a modification time for each file; version 1 trees do not.
+        QVERIFY(QResource(folder + QStringLiteral("print32.png")).lastModified().isValid());
     }
 };
 

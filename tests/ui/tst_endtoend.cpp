@@ -4,7 +4,9 @@
 // run in declaration order and each continues from the state the previous one left.
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/modal.h"
 #include "support/sandbox.h"
+#include "support/widgets.h"
 #include "ui/printerdlg.h"
 #include "ui/wizarddlg.h"
 
@@ -72,16 +74,9 @@ private slots:
     void deletingPrinterRemovesRecordQueueAndStagedPpd();
 
 private:
-    template <typename T> T *child(QWidget *parent, const char *objectName) const
-    {
-        T *widget = parent->findChild<T *>(QString::fromLatin1(objectName));
-        if (!widget)
-            qFatal("no widget %s", objectName);
-        return widget;
-    }
     // Clicks the window's button that opens the wizard and lets steps work the wizard's
-    // widgets. A wizard still open after the steps (a failed check) is cancelled so
-    // that the test can report.
+    // widgets. A wizard still open after the steps (a failed check) is closed so that
+    // the test can report.
     bool runWizard(const char *button, const std::function<void(WizardDlg *)> &steps);
     bool selectPrinter();
     bool queueExists() const;
@@ -112,7 +107,7 @@ void TestEndToEnd::initTestCase()
     window.reset(new PrinterDlg);
     window->show();
     QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-    QCOMPARE(child<QListWidget>(window.get(), "lwPrinters")->count(), 0);
+    QCOMPARE(requireChild<QListWidget>(window.get(), "lwPrinters")->count(), 0);
 }
 
 void TestEndToEnd::cleanupTestCase()
@@ -122,29 +117,21 @@ void TestEndToEnd::cleanupTestCase()
 
 bool TestEndToEnd::runWizard(const char *button, const std::function<void(WizardDlg *)> &steps)
 {
+    QPushButton *opener = requireChild<QPushButton>(window.get(), button);
     bool ran = false;
-    QTimer::singleShot(0, this, [&] {
-        auto *wizard = qobject_cast<WizardDlg *>(QApplication::activeModalWidget());
-        if (!wizard) {
-            for (QWidget *top : QApplication::topLevelWidgets()) {
-                if (auto *candidate = qobject_cast<WizardDlg *>(top); candidate && top->isVisible())
-                    wizard = candidate;
-            }
-        }
-        if (!wizard)
-            return;
-        ran = true;
-        steps(wizard);
-        if (wizard->isVisible())
-            child<QPushButton>(wizard, "bCancel")->click();
-    });
-    child<QPushButton>(window.get(), button)->click();
+    answerModal([opener] { opener->click(); },
+                [&](QWidget *modal) {
+                    auto *wizard = qobject_cast<WizardDlg *>(modal);
+                    QVERIFY2(wizard, modal->metaObject()->className());
+                    ran = true;
+                    steps(wizard);
+                });
     return ran;
 }
 
 bool TestEndToEnd::selectPrinter()
 {
-    auto *list = child<QListWidget>(window.get(), "lwPrinters");
+    auto *list = requireChild<QListWidget>(window.get(), "lwPrinters");
     const QList<QListWidgetItem *> items = list->findItems(name, Qt::MatchExactly);
     if (items.size() != 1)
         return false;
@@ -162,26 +149,26 @@ void TestEndToEnd::addingRawPrinterThroughWizardCreatesRecordQueueAndStagedPpd()
     bool submitted = false;
     const bool ran = runWizard("bAdd", [&](WizardDlg *wizard) {
         QVERIFY(!window->isVisible()); // the list window waits hidden
-        auto *nameField = child<QLineEdit>(wizard, "leName_2");
+        auto *nameField = requireChild<QLineEdit>(wizard, "leName_2");
         nameField->clear();
         QTest::keyClicks(nameField, name);
-        child<QRadioButton>(wizard, "b_radioButtonRAW")->click();
-        QTest::keyClicks(child<QLineEdit>(wizard, "leName_4"), QStringLiteral("127.0.0.1"));
-        auto *port = child<QSpinBox>(wizard, "sbPort_2");
+        requireChild<QRadioButton>(wizard, "b_radioButtonRAW")->click();
+        QTest::keyClicks(requireChild<QLineEdit>(wizard, "leName_4"), QStringLiteral("127.0.0.1"));
+        auto *port = requireChild<QSpinBox>(wizard, "sbPort_2");
         port->selectAll();
         QTest::keyClicks(port, qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
         QCOMPARE(port->value(), qEnvironmentVariableIntValue("SANDBOX_PRINTER_PORT"));
 
-        auto *driver = child<QComboBox>(wizard, "cbCUPSdrv");
+        auto *driver = requireChild<QComboBox>(wizard, "cbCUPSdrv");
         driver->setCurrentIndex(driver->findText(QStringLiteral("Postscript")));
-        auto *size = child<QComboBox>(wizard, "cbPaperSize");
+        auto *size = requireChild<QComboBox>(wizard, "cbPaperSize");
         QCOMPARE(size->count(), 4);
         size->setCurrentIndex(size->findText(QStringLiteral("A4")));
-        QTest::keyClicks(child<QLineEdit>(wizard, "leWinDriver"),
+        QTest::keyClicks(requireChild<QLineEdit>(wizard, "leWinDriver"),
                          QStringLiteral("MS Publisher Imagesetter"));
 
-        child<QPushButton>(wizard, "bNext")->click();
-        child<QPushButton>(wizard, "bSubmit")->click();
+        requireChild<QPushButton>(wizard, "bNext")->click();
+        requireChild<QPushButton>(wizard, "bSubmit")->click();
         submitted = wizard->submitted;
     });
     QVERIFY(ran);
@@ -224,7 +211,7 @@ void TestEndToEnd::addingRawPrinterThroughWizardCreatesRecordQueueAndStagedPpd()
     QVERIFY(called(QStringLiteral("CitrixCUPSPrinter")));
     QTRY_VERIFY(called(QStringLiteral("waitforCUPS"))); // started in the background
 
-    auto *list = child<QListWidget>(window.get(), "lwPrinters");
+    auto *list = requireChild<QListWidget>(window.get(), "lwPrinters");
     QCOMPARE(list->count(), 1);
     QCOMPARE(list->item(0)->text(), name);
 }
@@ -234,13 +221,14 @@ void TestEndToEnd::testPageReachesTheLoopbackPrinter()
     QVERIFY(selectPrinter());
     const int before = sandbox::loopbackJobsReceived();
     bool told = false;
-    QTimer::singleShot(0, this, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-        QVERIFY(box);
-        told = box->text() == QLatin1String("Test page sent to printer");
-        box->accept();
-    });
-    child<QPushButton>(window.get(), "bTest")->click();
+    QPushButton *test = requireChild<QPushButton>(window.get(), "bTest");
+    QVERIFY(answerModal([test] { test->click(); },
+                        [&](QWidget *modal) {
+                            auto *box = qobject_cast<QMessageBox *>(modal);
+                            QVERIFY(box);
+                            told = box->text() == QLatin1String("Test page sent to printer");
+                            box->accept();
+                        }));
     QVERIFY(told);
 
     const QString job = sandbox::loopbackJobPath(before + 1);
@@ -260,19 +248,20 @@ void TestEndToEnd::editingPrinterRebuildsItsQueue()
     bool submitted = false;
     const bool ran = runWizard("bEdit", [&](WizardDlg *wizard) {
         QCOMPARE(wizard->windowTitle(), QStringLiteral("Printer Configuration"));
-        nameLocked = !child<QLineEdit>(wizard, "leName_2")->isEnabled();
+        nameLocked = !requireChild<QLineEdit>(wizard, "leName_2")->isEnabled();
         // The stored connection and driver are shown.
-        QVERIFY(child<QRadioButton>(wizard, "b_radioButtonRAW")->isChecked());
-        QCOMPARE(child<QLineEdit>(wizard, "leName_4")->text(), QStringLiteral("127.0.0.1"));
-        QCOMPARE(child<QComboBox>(wizard, "cbCUPSdrv")->currentText(),
+        QVERIFY(requireChild<QRadioButton>(wizard, "b_radioButtonRAW")->isChecked());
+        QCOMPARE(requireChild<QLineEdit>(wizard, "leName_4")->text(), QStringLiteral("127.0.0.1"));
+        QCOMPARE(requireChild<QComboBox>(wizard, "cbCUPSdrv")->currentText(),
                  QStringLiteral("Postscript"));
-        QCOMPARE(child<QComboBox>(wizard, "cbPaperSize")->currentText(), QStringLiteral("A4"));
+        QCOMPARE(requireChild<QComboBox>(wizard, "cbPaperSize")->currentText(),
+                 QStringLiteral("A4"));
 
-        child<QComboBox>(wizard, "cbCUPSdrv")->setCurrentIndex(0); // PCL B/W
-        auto *size = child<QComboBox>(wizard, "cbPaperSize");
+        requireChild<QComboBox>(wizard, "cbCUPSdrv")->setCurrentIndex(0); // PCL B/W
+        auto *size = requireChild<QComboBox>(wizard, "cbPaperSize");
         size->setCurrentIndex(size->findText(QStringLiteral("Executive")));
-        child<QPushButton>(wizard, "bNext")->click();
-        child<QPushButton>(wizard, "bSubmit")->click();
+        requireChild<QPushButton>(wizard, "bNext")->click();
+        requireChild<QPushButton>(wizard, "bSubmit")->click();
         submitted = wizard->submitted;
     });
     QVERIFY(ran);
@@ -325,14 +314,14 @@ void TestEndToEnd::deletingPrinterRemovesRecordQueueAndStagedPpd()
     QVERIFY(selectPrinter());
     QVERIFY(queueExists());
     sandbox::clearFakeCalls();
-    child<QPushButton>(window.get(), "bDelete")->click();
+    requireChild<QPushButton>(window.get(), "bDelete")->click();
 
     QVERIFY(!QFileInfo::exists(recordFile()));
     QVERIFY(!QFileInfo::exists(paths::defaultEntry()));
     QVERIFY(!queueExists());
     QVERIFY(!QFileInfo::exists(stagedPpd));
     QTRY_VERIFY(called(QStringLiteral("waitforCUPS"))); // started in the background
-    QCOMPARE(child<QListWidget>(window.get(), "lwPrinters")->count(), 0);
+    QCOMPARE(requireChild<QListWidget>(window.get(), "lwPrinters")->count(), 0);
 }
 
 QTEST_MAIN(TestEndToEnd)

@@ -4,8 +4,11 @@
 
 #include "common/windowchrome.h"
 #include "printer/printer.h"
+#include "support/modal.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
+#include "support/widgets.h"
 #include "ui/printerdlg.h"
 
 #include <QApplication>
@@ -17,7 +20,6 @@
 #include <QMessageBox>
 #include <QMetaMethod>
 #include <QPushButton>
-#include <QTimer>
 #include <QToolTip>
 #include <QtTest>
 
@@ -28,12 +30,6 @@ using namespace fixture;
 class TestPrinterDlg : public QObject
 {
     Q_OBJECT
-
-private:
-    template <typename T> static T *child(QWidget *window, const char *name)
-    {
-        return window->findChild<T *>(QLatin1String(name));
-    }
 
 private slots:
     void initTestCase();
@@ -94,7 +90,7 @@ void TestPrinterDlg::cleanup()
 void TestPrinterDlg::widgetsAreCreatedInFormOrderInsideTheCentralWidget()
 {
     PrinterDlg window;
-    auto *central = child<QWidget>(&window, "centralwidget");
+    auto *central = requireChild<QWidget>(&window, "centralwidget");
     QVERIFY(central);
     QCOMPARE(window.centralWidget(), central);
 
@@ -179,13 +175,13 @@ void TestPrinterDlg::everyWidgetHasItsGeometryTextAndToolTip()
 void TestPrinterDlg::titleIsBoldAndBothLinesAreSunkenHorizontalRules()
 {
     PrinterDlg window;
-    auto *title = child<QLabel>(&window, "lTitle");
+    auto *title = requireChild<QLabel>(&window, "lTitle");
     QVERIFY(title);
     QVERIFY(title->font().bold());
     QCOMPARE(title->font().weight(), 75);
 
     for (const char *name : {"liTop", "liBottom"}) {
-        auto *line = child<QFrame>(&window, name);
+        auto *line = requireChild<QFrame>(&window, name);
         QVERIFY2(line, name);
         QCOMPARE(line->frameShape(), QFrame::HLine);
         QCOMPARE(line->frameShadow(), QFrame::Sunken);
@@ -195,7 +191,7 @@ void TestPrinterDlg::titleIsBoldAndBothLinesAreSunkenHorizontalRules()
 void TestPrinterDlg::listDrawsTwentyFourPixelIconsOnTwentyFourPixelGridUnsorted()
 {
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QVERIFY(list);
     QCOMPARE(list->iconSize(), QSize(24, 24));
     QCOMPARE(list->gridSize(), QSize(24, 24));
@@ -239,7 +235,7 @@ void TestPrinterDlg::decorationLabelsShowTheirResourcePictures()
 void TestPrinterDlg::testButtonShowsPrintingIconOtherButtonsAreTextOnly()
 {
     PrinterDlg window;
-    auto *test = child<QPushButton>(&window, "bTest");
+    auto *test = requireChild<QPushButton>(&window, "bTest");
     QVERIFY(test);
     QVERIFY(!test->icon().isNull());
     const QSize size(32, 32);
@@ -249,7 +245,7 @@ void TestPrinterDlg::testButtonShowsPrintingIconOtherButtonsAreTextOnly()
     QVERIFY(image(test->icon(), size) != resourceImage(QStringLiteral("print32.png"), size));
 
     for (const char *name : {"bDefault", "bAdd", "bEdit", "bDelete", "bClose"}) {
-        auto *button = child<QPushButton>(&window, name);
+        auto *button = requireChild<QPushButton>(&window, name);
         QVERIFY2(button, name);
         QVERIFY2(button->icon().isNull(), name);
     }
@@ -263,7 +259,7 @@ void TestPrinterDlg::tabFromListWalksTestDefaultAddDeleteCloseAndNeverEdit()
     QApplication::setActiveWindow(&window);
     QVERIFY(QTest::qWaitForWindowActive(&window));
 
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     list->setFocus(Qt::TabFocusReason);
     QTRY_COMPARE(QApplication::focusWidget(), static_cast<QWidget *>(list));
 
@@ -281,7 +277,7 @@ void TestPrinterDlg::hoveringDefaultShowsSetDefaultPrinter()
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
 
-    auto *button = child<QPushButton>(&window, "bDefault");
+    auto *button = requireChild<QPushButton>(&window, "bDefault");
     QVERIFY(button);
     const QPoint local = button->rect().center();
     QTest::mouseMove(button, local);
@@ -313,7 +309,7 @@ void TestPrinterDlg::closeButtonClosesTheWindow()
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     ShellRecorder shell;
 
-    child<QPushButton>(&window, "bClose")->click();
+    requireChild<QPushButton>(&window, "bClose")->click();
     QVERIFY(!window.isVisible());
     QVERIFY(shell.commands().isEmpty());
 }
@@ -324,21 +320,18 @@ void TestPrinterDlg::doubleClickingAnItemDoesNothing()
     PrinterDlg window;
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(list->count(), 1);
     const QByteArray before = sandbox::readFile(recordPath(QStringLiteral("Office")));
 
     ShellRecorder shell;
-    bool dialogShown = false;
-    QTimer::singleShot(0, [&] {
-        if (QWidget *modal = QApplication::activeModalWidget()) {
-            dialogShown = true;
-            modal->close();
-        }
-    });
     const QRect rect = list->visualItemRect(list->item(0));
-    QTest::mouseDClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
-    QTest::qWait(50);
+    const bool dialogShown = answerModal(
+        [&] {
+            QTest::mouseDClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
+            QTest::qWait(50);
+        },
+        [](QWidget *) {});
 
     QVERIFY(!dialogShown);
     QVERIFY(window.isVisible());
@@ -440,8 +433,8 @@ void TestPrinterDlg::styleSheetIsAppliedOnlyUpToItsFirstNulByte()
 
     window.show();
     QVERIFY(QTest::qWaitForWindowExposed(&window));
-    auto *button = child<QPushButton>(&window, "bAdd");
-    auto *label = child<QLabel>(&window, "lTitle");
+    auto *button = requireChild<QPushButton>(&window, "bAdd");
+    auto *label = requireChild<QLabel>(&window, "lTitle");
     QCOMPARE(button->palette().color(QPalette::ButtonText), QColor(Qt::red));
     QVERIFY(label->palette().color(QPalette::WindowText) != QColor(Qt::blue));
 }
@@ -477,7 +470,7 @@ void TestPrinterDlg::eachPrinterShowsTheIconOfItsKind()
         seed(local(QStringLiteral("Chosen")), true);
 
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(list->count(), 3);
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Local"))), QStringLiteral("local.png"));
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Net"))), QStringLiteral("net.png"));
@@ -491,7 +484,7 @@ void TestPrinterDlg::printerWithoutClassShowsLocalIcon()
     bare.printerClass.clear();
     seed(bare);
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(itemTexts(list), QStringList({"Bare"}));
     QCOMPARE(iconFile(list->item(0)), QStringLiteral("local.png"));
 }
@@ -501,12 +494,12 @@ void TestPrinterDlg::networkDefaultShowsNetIconOnceAnotherPrinterIsDefault()
     seed(network(QStringLiteral("Hall")), true);
     seed(local(QStringLiteral("Desk")));
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Hall"))), QStringLiteral("defnet.png"));
 
     ShellRecorder shell;
     list->setCurrentItem(itemNamed(list, QStringLiteral("Desk")));
-    child<QPushButton>(&window, "bDefault")->click();
+    requireChild<QPushButton>(&window, "bDefault")->click();
 
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Hall"))), QStringLiteral("net.png"));
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Desk"))), QStringLiteral("deflocal.png"));
@@ -516,7 +509,7 @@ void TestPrinterDlg::itemCarriesItsRecordAsVoidPointerUnderUserRole()
 {
     seed(network(QStringLiteral("Hall")));
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(list->count(), 1);
     const QVariant data = list->item(0)->data(Qt::UserRole);
     QCOMPARE(data.userType(), int(QMetaType::VoidStar));
@@ -536,16 +529,10 @@ void TestPrinterDlg::listOrderFollowsThePrinterMapNotTheNames()
         seed(local(name));
 
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
 
     // The order a fresh printer map iterates in, within this process.
-    QStringList mapOrder;
-    {
-        const QHash<QString, Printer *> map = Printer::GetPrinters();
-        for (auto it = map.cbegin(); it != map.cend(); ++it)
-            mapOrder << it.value()->name;
-        qDeleteAll(map);
-    }
+    const QStringList mapOrder = PrinterMap().names();
     QCOMPARE(itemTexts(list), mapOrder);
     // Eight names hash into an order other than the alphabet's all but always; should a
     // seed ever line them up, the comparison above still holds but proves less.
@@ -558,7 +545,7 @@ void TestPrinterDlg::noItemIsCurrentAfterAnyRefresh()
     seed(local(QStringLiteral("Desk")));
     seed(network(QStringLiteral("Hall")));
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(list->count(), 2);
     QVERIFY(!list->currentItem());
     QVERIFY(list->selectedItems().isEmpty());
@@ -582,7 +569,7 @@ void TestPrinterDlg::noItemIsCurrentAfterAnyRefresh()
     // After an action's own refresh, too.
     ShellRecorder shell;
     list->setCurrentItem(itemNamed(list, QStringLiteral("Hall")));
-    child<QPushButton>(&window, "bDefault")->click();
+    requireChild<QPushButton>(&window, "bDefault")->click();
     QCOMPARE(shell.commands(), QStringList({"lpadmin -d Hall"}));
     QVERIFY(!list->currentItem());
     QVERIFY(list->selectedItems().isEmpty());
@@ -591,7 +578,7 @@ void TestPrinterDlg::noItemIsCurrentAfterAnyRefresh()
 void TestPrinterDlg::emptyRegistryGivesEmptyListWithoutMessage()
 {
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     QCOMPARE(list->count(), 0);
     QVERIFY(!QApplication::activeModalWidget());
 }
@@ -600,7 +587,7 @@ void TestPrinterDlg::recordsOfEarlierRefreshesStayValid()
 {
     seed(network(QStringLiteral("Hall")));
     PrinterDlg window;
-    auto *list = child<QListWidget>(&window, "lwPrinters");
+    auto *list = requireChild<QListWidget>(&window, "lwPrinters");
     const Printer *first = recordOf(list->item(0));
     window.updatePrinterList();
     window.updatePrinterList();

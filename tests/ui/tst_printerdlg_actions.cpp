@@ -6,8 +6,11 @@
 #include "drivers/ppdset.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/modal.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
+#include "support/widgets.h"
 #include "ui/printerdlg.h"
 
 #include <zeq/system.h>
@@ -19,7 +22,6 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
-#include <QTimer>
 #include <QtTest>
 
 #include <functional>
@@ -34,39 +36,47 @@ struct Step
 {
     QString command;
     bool recordFileExists = false;
-    QStringList listed;
+    QByteArray recordFile;    // the watched record's file as it stood
+    QByteArray defaultEntry;  // the registry's "default" entry as it stood
+    QStringList listed;       // the list's texts
+    QList<Printer *> records; // the records behind the list's items
+    bool windowVisible = false;
 };
 
-// Records every command line like ShellRecorder does, and notes alongside each one
-// whether a record file exists and what the list shows, so that the order of registry
-// writes, queue commands and list refreshes can be checked.
-class StepRecorder
+// Notes, alongside each command line the recorder receives, the record file, the default
+// entry, the list and the window's visibility, so that the order of registry writes,
+// queue commands, list refreshes and showing the window can be checked.
+class StepLog
 {
 public:
-    StepRecorder(const QString &watchedRecord, QListWidget *list)
+    StepLog(ShellRecorder &shell, const QString &watchedRecord, QListWidget *list, QWidget *window)
     {
-        m_previous = zeq::System::SetShellRunner([this, watchedRecord, list](const QString &c) {
-            m_steps.append({c, QFile::exists(watchedRecord), itemTexts(list)});
-            return 0;
+        shell.setObserver([this, watchedRecord, list, window](const QString &command) {
+            Step step;
+            step.command = command;
+            step.recordFileExists = QFile::exists(watchedRecord);
+            step.recordFile = sandbox::readFile(watchedRecord);
+            step.defaultEntry = sandbox::readFile(paths::defaultEntry());
+            step.listed = itemTexts(list);
+            step.records = recordsOf(list);
+            step.windowVisible = window->isVisible();
+            m_steps.append(step);
         });
     }
-    ~StepRecorder() { zeq::System::SetShellRunner(std::move(m_previous)); }
-    StepRecorder(const StepRecorder &) = delete;
-    StepRecorder &operator=(const StepRecorder &) = delete;
 
     QList<Step> steps() const { return m_steps; }
-    QStringList commands() const
-    {
-        QStringList lines;
-        for (const Step &step : m_steps)
-            lines << step.command;
-        return lines;
-    }
     void clear() { m_steps.clear(); }
+
+    static QList<Printer *> recordsOf(QListWidget *list)
+    {
+        QList<Printer *> records;
+        for (int row = 0; row < list->count(); ++row)
+            records << recordOf(list->item(row));
+        return records;
+    }
 
 private:
     QList<Step> m_steps;
-    zeq::System::ShellRunner m_previous;
 };
 
 QStringList stagingCommands(const QString &name, const QString &paperSize)
@@ -118,6 +128,16 @@ QWidget *openWizard()
     return nullptr;
 }
 
+// A record named Office on the first built-in driver, with the given paper size.
+Printer officeRecord(const QString &paperSize)
+{
+    Printer office;
+    office.name = QStringLiteral("Office");
+    office.ppd = builtinDrivers.at(0);
+    office.paper_size = paperSize;
+    return office;
+}
+
 QString writeQueuePpd(const QString &name)
 {
     const QString path = QStringLiteral("/etc/cups/ppd/%1.ppd").arg(name);
@@ -141,14 +161,11 @@ private:
     PrinterDlg *window = nullptr;
     QListWidget *list = nullptr;
 
-    QPushButton *button(const char *name) const
-    {
-        return window->findChild<QPushButton *>(QLatin1String(name));
-    }
+    QPushButton *button(const char *name) const { return requireChild<QPushButton>(window, name); }
     void openWindow();
     void select(const QString &name);
     // Runs the action behind the button while a modal dialog, should one open, is
-    // handed to the given function; returns whether one opened.
+    // handed to the given function (and closed afterwards); returns whether one opened.
     bool clickWithModal(const char *name, const std::function<void(QWidget *)> &handle);
 
 private slots:
@@ -176,6 +193,7 @@ private slots:
     void waitForCupsWaitsBrieflyAndChangesNothingInTheRecord();
     void waitForCupsWritesPaperSizeIntoQueuePpdAndStagesIt();
     void paperSizeWithSlashBreaksTheEditUncaught();
+    void waitForCupsWithoutARecordDoesNothing();
 
     void addCommitsInstallsRefreshesThenStages();
     void cancellingAddChangesNothingAndWindowReappears();
@@ -208,8 +226,7 @@ void TestPrinterDlgActions::cleanup()
 void TestPrinterDlgActions::openWindow()
 {
     window = new PrinterDlg;
-    list = window->findChild<QListWidget *>(QStringLiteral("lwPrinters"));
-    QVERIFY(list);
+    list = requireChild<QListWidget>(window, "lwPrinters");
     window->show();
     QVERIFY(QTest::qWaitForWindowExposed(window));
 }
@@ -224,20 +241,8 @@ void TestPrinterDlgActions::select(const QString &name)
 bool TestPrinterDlgActions::clickWithModal(const char *name,
                                            const std::function<void(QWidget *)> &handle)
 {
-    bool opened = false;
-    QTimer::singleShot(0, [&] {
-        QWidget *modal = QApplication::activeModalWidget();
-        if (!modal)
-            return;
-        opened = true;
-        handle(modal);
-        // Whatever the handler did, never leave a dialog blocking the test.
-        if (modal->isVisible())
-            modal->close();
-    });
-    button(name)->click();
-    QTest::qWait(20); // let the single shot fire if nothing modal consumed it
-    return opened;
+    QPushButton *clicked = button(name);
+    return answerModal([clicked] { clicked->click(); }, handle);
 }
 
 void TestPrinterDlgActions::actionsWithoutCurrentItemDoNothingAndShowNothing_data()
@@ -279,12 +284,13 @@ void TestPrinterDlgActions::deleteRemovesRecordQueueAndStagedFileThenStartsWaitS
     openWindow();
     select(QStringLiteral("Desk"));
 
-    StepRecorder shell(recordPath(QStringLiteral("Desk")), list);
+    ShellRecorder shell;
+    StepLog log(shell, recordPath(QStringLiteral("Desk")), list, window);
     button("bDelete")->click();
 
     QCOMPARE(shell.commands(), QStringList({"lpadmin -x Desk", "rm /tmp/config/files/cups/Desk.ppd",
                                             "waitforCUPS&"}));
-    const QList<Step> steps = shell.steps();
+    const QList<Step> steps = log.steps();
     // The record file is gone before the queue is removed...
     QVERIFY(!steps.at(0).recordFileExists);
     // ...and the list is rebuilt before the wait script starts.
@@ -347,12 +353,18 @@ void TestPrinterDlgActions::defaultSetsCupsDefaultAndWritesTheDefaultEntry()
     openWindow();
     select(QStringLiteral("Desk"));
 
-    StepRecorder shell(recordPath(QStringLiteral("Desk")), list);
+    ShellRecorder shell;
+    StepLog log(shell, recordPath(QStringLiteral("Desk")), list, window);
     const bool opened = clickWithModal("bDefault", [](QWidget *) {});
     QVERIFY(!opened);
 
     // Only the CUPS default: no staging and no device script follow.
     QCOMPARE(shell.commands(), QStringList({"lpadmin -d Desk"}));
+    // When CUPS is told, the default entry already names the new default: it is the
+    // full copy of Desk's record (until then it was Hall's).
+    const Step told = log.steps().at(0);
+    QVERIFY(!told.defaultEntry.isEmpty());
+    QCOMPARE(told.defaultEntry, sandbox::readFile(recordPath(QStringLiteral("Desk"))));
     QCOMPARE(Printer::defaultPrinterName(), QStringLiteral("Desk"));
     // The default entry is a full copy of the new default's record, written before CUPS
     // is told.
@@ -444,10 +456,7 @@ void TestPrinterDlgActions::quitClosesTheWindow()
 void TestPrinterDlgActions::waitForCupsRunsSixCommandsForANormalPrinter()
 {
     openWindow();
-    Printer office;
-    office.name = QStringLiteral("Office");
-    office.ppd = builtinDrivers.at(0);
-    office.paper_size = QStringLiteral("A4");
+    Printer office = officeRecord(QStringLiteral("A4"));
 
     ShellRecorder shell;
     window->WaitForCUPS(&office);
@@ -507,24 +516,14 @@ void TestPrinterDlgActions::waitForCupsWaitsBrieflyAndChangesNothingInTheRecord(
     window->WaitForCUPS(&office);
     QVERIFY(timer.nsecsElapsed() >= 10 * 1000 * 1000);
 
-    QCOMPARE(office.name, before.name);
-    QCOMPARE(office.printer_class, before.printer_class);
-    QCOMPARE(office.model, before.model);
-    QCOMPARE(office.device_uri, before.device_uri);
-    QCOMPARE(office.ppd, before.ppd);
-    QCOMPARE(office.win_driver, before.win_driver);
-    QCOMPARE(office.paper_size, before.paper_size);
-    QCOMPARE(office.default_vdi_printer, before.default_vdi_printer);
+    QCOMPARE(recordFields(office), recordFields(before));
 }
 
 void TestPrinterDlgActions::waitForCupsWritesPaperSizeIntoQueuePpdAndStagesIt()
 {
     openWindow();
     const QString queuePpd = writeQueuePpd(QStringLiteral("Office"));
-    Printer office;
-    office.name = QStringLiteral("Office");
-    office.ppd = builtinDrivers.at(0);
-    office.paper_size = QStringLiteral("A4");
+    Printer office = officeRecord(QStringLiteral("A4"));
     QDir().mkpath(paths::stagingFolder());
 
     ShellRecorder shell(ShellRecorder::RecordAndRun);
@@ -546,10 +545,7 @@ void TestPrinterDlgActions::paperSizeWithSlashBreaksTheEditUncaught()
 {
     openWindow();
     const QString queuePpd = writeQueuePpd(QStringLiteral("Office"));
-    Printer office;
-    office.name = QStringLiteral("Office");
-    office.ppd = builtinDrivers.at(0);
-    office.paper_size = QStringLiteral("210x297/mm");
+    Printer office = officeRecord(QStringLiteral("210x297/mm"));
     QDir().mkpath(paths::stagingFolder());
 
     ShellRecorder shell(ShellRecorder::RecordAndRun);
@@ -571,25 +567,35 @@ void TestPrinterDlgActions::paperSizeWithSlashBreaksTheEditUncaught()
                  QList<QStringList>({{"init_ica"}, {"CitrixCUPSPrinter"}, {"waitforCUPS"}}));
 }
 
+void TestPrinterDlgActions::waitForCupsWithoutARecordDoesNothing()
+{
+    openWindow();
+    ShellRecorder shell;
+    // A slot, so anything holding the window can call it through the meta-object.
+    QVERIFY(QMetaObject::invokeMethod(window, "WaitForCUPS", Q_ARG(Printer *, nullptr)));
+    QVERIFY(shell.commands().isEmpty());
+    QVERIFY(window->isVisible());
+}
+
 void TestPrinterDlgActions::addCommitsInstallsRefreshesThenStages()
 {
     seed(network(QStringLiteral("Hall")));
     openWindow();
     const QString newRecord = recordPath(QStringLiteral("Printer"));
 
-    StepRecorder shell(newRecord, list);
+    ShellRecorder shell;
+    StepLog log(shell, newRecord, list, window);
     bool windowHiddenDuringWizard = false;
     bool submitShown = false;
     const bool opened = clickWithModal("bAdd", [&](QWidget *wizard) {
         windowHiddenDuringWizard = !window->isVisible();
-        auto *next = wizard->findChild<QPushButton *>(QStringLiteral("bNext"));
-        auto *submit = wizard->findChild<QPushButton *>(QStringLiteral("bSubmit"));
-        if (!next || !submit)
-            return;
+        auto *next = requireChild<QPushButton>(wizard, "bNext");
+        auto *submit = requireChild<QPushButton>(wizard, "bSubmit");
         next->click();
         submitShown = submit->isVisible();
         // What the wizard itself ran is its own business; the window's part starts here.
         shell.clear();
+        log.clear();
         submit->click();
     });
 
@@ -608,9 +614,11 @@ void TestPrinterDlgActions::addCommitsInstallsRefreshesThenStages()
         installCommands(*added) + stagingCommands(added->name, added->paper_size);
     QCOMPARE(shell.commands(), expected);
 
-    const QList<Step> steps = shell.steps();
+    const QList<Step> steps = log.steps();
     const int installs = installCommands(*added).size();
-    // Committed before the queue is created.
+    // The window is back on screen before any command runs...
+    QVERIFY(steps.at(0).windowVisible);
+    // ...and the record committed before the queue is created.
     QVERIFY(steps.at(0).recordFileExists);
     // The list is refreshed after the queue commands and before the staging.
     QVERIFY(!steps.at(installs - 1).listed.contains(QStringLiteral("Printer")));
@@ -632,8 +640,7 @@ void TestPrinterDlgActions::cancellingAddChangesNothingAndWindowReappears()
     bool windowHiddenDuringWizard = false;
     const bool opened = clickWithModal("bAdd", [&](QWidget *wizard) {
         windowHiddenDuringWizard = !window->isVisible();
-        if (auto *cancel = wizard->findChild<QPushButton *>(QStringLiteral("bCancel")))
-            cancel->click();
+        requireChild<QPushButton>(wizard, "bCancel")->click();
     });
 
     QVERIFY(opened);
@@ -656,17 +663,21 @@ void TestPrinterDlgActions::editWithoutChangesRebuildsQueueAndRestages()
     const QByteArray recordBefore = sandbox::readFile(recordPath(QStringLiteral("Office")));
     openWindow();
     select(QStringLiteral("Office"));
+    const QList<Printer *> recordsBefore = StepLog::recordsOf(list);
+    // The window holds the record in memory now. A different file on disk shows when the
+    // window commits it: only the commit brings the stored content back.
+    QVERIFY(sandbox::writeFile(recordPath(QStringLiteral("Office")), "name=Office\n"));
 
-    StepRecorder shell(recordPath(QStringLiteral("Office")), list);
+    ShellRecorder shell;
+    StepLog log(shell, recordPath(QStringLiteral("Office")), list, window);
     bool windowHiddenDuringWizard = false;
     const bool opened = clickWithModal("bEdit", [&](QWidget *wizard) {
         windowHiddenDuringWizard = !window->isVisible();
-        auto *next = wizard->findChild<QPushButton *>(QStringLiteral("bNext"));
-        auto *submit = wizard->findChild<QPushButton *>(QStringLiteral("bSubmit"));
-        if (!next || !submit)
-            return;
+        auto *next = requireChild<QPushButton>(wizard, "bNext");
+        auto *submit = requireChild<QPushButton>(wizard, "bSubmit");
         next->click();
         shell.clear();
+        log.clear();
         submit->click();
     });
 
@@ -686,11 +697,18 @@ void TestPrinterDlgActions::editWithoutChangesRebuildsQueueAndRestages()
     expected += stagingCommands(QStringLiteral("Office"), QStringLiteral("A4"));
     QCOMPARE(shell.commands(), expected);
 
-    // The list is rebuilt between the queue commands and the staging.
-    const QList<Step> steps = shell.steps();
+    const QList<Step> steps = log.steps();
+    // The record is committed before the queue is touched.
     QVERIFY(steps.at(0).recordFileExists);
+    QCOMPARE(steps.at(0).recordFile, recordBefore);
+    // The list is rebuilt between the queue commands and the staging: the items still
+    // carry the old records while the queue commands run, and new ones by the time the
+    // first staging command runs.
     QCOMPARE(steps.at(4).listed.size(), 2);
+    QCOMPARE(steps.at(4).records, recordsBefore);
     QCOMPARE(steps.at(5).listed.size(), 2);
+    for (Printer *record : steps.at(5).records)
+        QVERIFY(!recordsBefore.contains(record));
     QVERIFY(!list->currentItem());
     QCOMPARE(list->count(), 2);
     QCOMPARE(iconFile(itemNamed(list, QStringLiteral("Office"))), QStringLiteral("defnet.png"));
@@ -703,8 +721,7 @@ void TestPrinterDlgActions::eachWizardRunReplacesThePreviousWizard()
     QPointer<QWidget> first;
     QVERIFY(clickWithModal("bAdd", [&](QWidget *wizard) {
         first = wizard;
-        if (auto *cancel = wizard->findChild<QPushButton *>(QStringLiteral("bCancel")))
-            cancel->click();
+        requireChild<QPushButton>(wizard, "bCancel")->click();
     }));
     // The finished wizard is kept until the next one is made.
     QVERIFY(first);
@@ -713,8 +730,7 @@ void TestPrinterDlgActions::eachWizardRunReplacesThePreviousWizard()
     QPointer<QWidget> second;
     QVERIFY(clickWithModal("bAdd", [&](QWidget *wizard) {
         second = wizard;
-        if (auto *cancel = wizard->findChild<QPushButton *>(QStringLiteral("bCancel")))
-            cancel->click();
+        requireChild<QPushButton>(wizard, "bCancel")->click();
     }));
     QVERIFY(!first);
     QVERIFY(second);

@@ -5,6 +5,7 @@
 
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 
 #include <QIcon>
@@ -71,9 +72,8 @@ inline Seed network(const QString &name)
 // Forgets every printer, the default and the style sheet.
 inline void reset()
 {
-    sandbox::removePath(QStringLiteral("/tmp/config"));
+    resetRegistry();
     sandbox::removePath(QStringLiteral("/tmp/.config"));
-    Printer::setDefaultPrinterName(QString());
 }
 
 inline QImage image(const QIcon &icon, const QSize &size)

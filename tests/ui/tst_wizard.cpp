@@ -7,6 +7,7 @@
 #include "common/windowchrome.h"
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
+#include "support/modal.h"
 #include "support/sandbox.h"
 #include "support/widgets.h"
 
@@ -508,8 +509,8 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
     QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leWinDriver"));
 
     bool seen = false;
-    QTimer::singleShot(0, this, [&] {
-        auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+    auto answer = [&](QWidget *modal) {
+        auto *box = qobject_cast<QMessageBox *>(modal);
         QVERIFY(box);
         seen = true;
         QCOMPARE(box->windowTitle(), QStringLiteral("Printer Configuration"));
@@ -517,8 +518,9 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
         QCOMPARE(box->icon(), QMessageBox::Critical);
         QCOMPARE(box->standardButtons(), QMessageBox::StandardButtons(QMessageBox::Ok));
         box->accept();
-    });
-    child<QPushButton>("bNext")->click();
+    };
+    auto *next = child<QPushButton>("bNext");
+    QVERIFY(answerModal([next] { next->click(); }, answer));
     QVERIFY(seen);
 
     QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 7);
@@ -678,15 +680,21 @@ void TestWizard::okEndsWithSubmittedAndAccepted()
 {
     open(false);
     bool stillOpen = false;
-    QTimer::singleShot(0, this, [&] {
+    bool closedByOk = false;
+    auto useOk = [&](QWidget *modal) {
+        QCOMPARE(modal, static_cast<QWidget *>(wizard.get()));
         // The close button does nothing while the wizard runs.
         wizard->close();
         stillOpen = wizard->isVisible();
         child<QPushButton>("bNext")->click();
         child<QPushButton>("bSubmit")->click();
-    });
-    const int result = wizard->exec();
+        closedByOk = !wizard->isVisible();
+    };
+    int result = -1;
+    QVERIFY(answerModal([&] { result = wizard->exec(); }, useOk));
     QVERIFY(stillOpen);
+    // OK itself closed the wizard; the helper did not have to.
+    QVERIFY(closedByOk);
     QCOMPARE(result, int(QDialog::Accepted));
     QVERIFY(wizard->submitted);
     QVERIFY(!wizard->isVisible());
@@ -695,12 +703,18 @@ void TestWizard::okEndsWithSubmittedAndAccepted()
 void TestWizard::cancelAfterNextLeavesSubmittedFalse()
 {
     open(false);
-    QTimer::singleShot(0, this, [&] {
+    bool closedByCancel = false;
+    auto nextThenCancel = [&](QWidget *modal) {
+        QCOMPARE(modal, static_cast<QWidget *>(wizard.get()));
         setName(QStringLiteral("Changed"));
         child<QPushButton>("bNext")->click();
         child<QPushButton>("bCancel")->click();
-    });
-    const int result = wizard->exec();
+        closedByCancel = !wizard->isVisible();
+    };
+    int result = -1;
+    QVERIFY(answerModal([&] { result = wizard->exec(); }, nextThenCancel));
+    // Cancel itself closed the wizard; the helper did not have to.
+    QVERIFY(closedByCancel);
     QCOMPARE(result, int(QDialog::Rejected));
     QVERIFY(!wizard->submitted);
     // The record keeps what Next wrote; the caller stores nothing without submitted.

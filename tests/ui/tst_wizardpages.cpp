@@ -6,6 +6,7 @@
 
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
+#include "support/catalogue.h"
 #include "support/sandbox.h"
 #include "support/widgets.h"
 
@@ -102,8 +103,7 @@ void TestWizardPages::init()
 void TestWizardPages::cleanup()
 {
     wizard.reset();
-    // The catalogue's entries are meant to live as long as the program; a test frees them.
-    qDeleteAll(catalogue.ppds);
+    freeCatalogue(catalogue);
     catalogue.clear();
     sandbox::removePath(folder);
 }

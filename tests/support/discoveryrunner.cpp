@@ -1,5 +1,6 @@
-#include "discoveryfixture.h"
+#include "support/discoveryrunner.h"
 
+#include "support/handover.h"
 #include "support/sandbox.h"
 
 #include <QDir>
@@ -7,8 +8,6 @@
 #include <QFileInfo>
 #include <QTest>
 #include <QThread>
-
-#include <thread>
 
 namespace backends {
 
@@ -46,34 +45,10 @@ bool addPrinting(const QString &name, const QByteArray &output)
 
 } // namespace backends
 
-namespace {
-std::atomic<bool> released{false};
-} // namespace
-
-void holdNext(QObject *receiver)
-{
-    // Captures nothing: anything it read before its acquiring load would be handed over
-    // unordered itself. Queued events reach a thread in order, so whatever is queued after
-    // this waits for it.
-    QMetaObject::invokeMethod(
-        receiver,
-        [] {
-            while (!released.exchange(false, std::memory_order_acquire))
-                std::this_thread::yield();
-        },
-        Qt::QueuedConnection);
-}
-
-void release()
-{
-    released.store(true, std::memory_order_release);
-}
-
-CompletionWatch::CompletionWatch(Discovery &discovery)
-    : m_discovery(discovery)
+DiscoveryRunner::DiscoveryRunner()
 {
     connect(
-        &discovery, &Discovery::completed, this,
+        &m_discovery, &Discovery::completed, this,
         [this] {
             m_receivingThread = QThread::currentThread();
             ++m_received;
@@ -82,7 +57,7 @@ CompletionWatch::CompletionWatch(Discovery &discovery)
     // Connected last, so that it runs after the emission has posted the queued call and
     // is done with the worker object.
     connect(
-        &discovery, &Discovery::completed, this,
+        &m_discovery, &Discovery::completed, this,
         [this] {
             m_emittingThread.store(QThread::currentThread(), std::memory_order_release);
             m_emitted.fetch_add(1, std::memory_order_release);
@@ -90,14 +65,29 @@ CompletionWatch::CompletionWatch(Discovery &discovery)
         Qt::DirectConnection);
 }
 
-void CompletionWatch::start()
+bool DiscoveryRunner::run(int timeoutMs)
 {
-    holdNext(&m_discovery);
-    release();
+    const int count = m_received + 1;
+    start();
+    return waitForRuns(count, timeoutMs);
+}
+
+QStringList DiscoveryRunner::models() const
+{
+    QStringList list;
+    for (const Printer &printer : m_discovery.printers())
+        list.append(printer.model);
+    return list;
+}
+
+void DiscoveryRunner::start()
+{
+    handover::holdNext(&m_discovery);
+    handover::release();
     m_discovery.start();
 }
 
-bool CompletionWatch::waitForRuns(int count, int timeoutMs)
+bool DiscoveryRunner::waitForRuns(int count, int timeoutMs)
 {
     const bool arrived =
         QTest::qWaitFor([&] { return m_received >= count && emitted() >= count; }, timeoutMs);
