@@ -10,23 +10,11 @@
 
 #include <memory>
 
-namespace {
-
-const char cupsConf[] = "/etc/cups/printers.conf";
-const char scratchConf[] = "/tmp/printers.conf";
-
-// Copies printers.conf to the scratch file, replacing every USB device line by uri.
-// Returns false when printers.conf cannot be read.
-bool rewriteUsbDeviceLines(const QString &uri)
+QByteArray rewriteUsbDeviceLines(const QByteArray &conf, const QString &uri)
 {
-    QFile in(QString::fromLatin1(cupsConf));
-    if (!in.open(QIODevice::ReadOnly | QIODevice::Text))
-        return false;
-    QFile out(QString::fromLatin1(scratchConf));
-    out.open(QIODevice::WriteOnly | QIODevice::Truncate);
-
-    QTextStream reader(&in);
-    QTextStream writer(&out);
+    QByteArray result;
+    QTextStream reader(conf, QIODevice::ReadOnly);
+    QTextStream writer(&result, QIODevice::WriteOnly);
     QString line;
     while (reader.readLineInto(&line)) {
         if (line.startsWith(QLatin1String("DeviceURI")) && line.contains(QLatin1String("usb")))
@@ -34,8 +22,27 @@ bool rewriteUsbDeviceLines(const QString &uri)
         writer << line << '\n';
     }
     writer.flush();
-    out.close();
+    return result;
+}
+
+namespace {
+
+const char cupsConf[] = "/etc/cups/printers.conf";
+const char scratchConf[] = "/tmp/printers.conf";
+
+// Copies printers.conf to the scratch file with its USB device lines pointed at uri.
+// Returns false when printers.conf cannot be read.
+bool writeRewrittenConf(const QString &uri)
+{
+    QFile in(QString::fromLatin1(cupsConf));
+    if (!in.open(QIODevice::ReadOnly | QIODevice::Text))
+        return false;
+    const QByteArray rewritten = rewriteUsbDeviceLines(in.readAll(), uri);
     in.close();
+    QFile out(QString::fromLatin1(scratchConf));
+    out.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    out.write(rewritten);
+    out.close();
     return true;
 }
 
@@ -45,7 +52,8 @@ int runConfigure()
 {
     QHash<QString, Printer *> printers = Printer::GetPrinters();
     // The map owns its records.
-    struct Owner {
+    struct Owner
+    {
         QHash<QString, Printer *> &map;
         ~Owner() { qDeleteAll(map); }
     } owner{printers};
@@ -58,7 +66,7 @@ int runConfigure()
         // intended behaviour: a thin client has a single local printer port.
         zeq::System::ExecShell(QStringLiteral("cp /tmp/config/files/cups/* /etc/cups"));
         zeq::System::ExecShell(QStringLiteral("cp /tmp/config/files/cups/*.ppd /etc/cups/ppd"));
-        if (!rewriteUsbDeviceLines(uri))
+        if (!writeRewrittenConf(uri))
             return 0;
         zeq::System::ExecShell(QStringLiteral("mv /tmp/printers.conf /etc/cups/"));
     }
