@@ -5,15 +5,15 @@
 
 #include "fuzzcheck.h"
 
-#include <zeq/persistentproperties.h>
 #include <zeq/propertyformat.h>
+#include <zeq/propertyset.h>
 
-using zeq::PersistentProperties;
+using zeq::PropertySet;
 namespace format = zeq::propertyformat;
 
 namespace {
 
-void checkSameProperties(const PersistentProperties &a, const PersistentProperties &b)
+void checkSameProperties(const PropertySet &a, const PropertySet &b)
 {
     FUZZ_CHECK(a.keys() == b.keys());
     for (const QString &key : a.keys()) {
@@ -24,7 +24,7 @@ void checkSameProperties(const PersistentProperties &a, const PersistentProperti
 
 // The record's own exchange on a parsed file: every key is looked up, missing ones give
 // the defaults.
-void readAsRecord(PersistentProperties &properties)
+void readAsRecord(PropertySet &properties)
 {
     static const char *const textKeys[] = {"name", "class",      "model",     "device_uri",
                                            "ppd",  "win_driver", "paper_size"};
@@ -48,14 +48,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QByteArray input = fuzzsupport::bytes(data, size);
 
-    PersistentProperties parsed(PersistentProperties::Read);
+    PropertySet parsed(PropertySet::Read);
     format::parse(input, parsed);
     for (const QString &key : parsed.keys())
         FUZZ_CHECK(!key.isEmpty());
     readAsRecord(parsed);
 
     const QByteArray written = format::serialize(parsed);
-    PersistentProperties reparsed(PersistentProperties::Read);
+    PropertySet reparsed(PropertySet::Read);
     format::parse(written, reparsed);
     checkSameProperties(parsed, reparsed);
     FUZZ_CHECK(format::serialize(reparsed) == written);
@@ -67,11 +67,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     // A record written through the file format and read back keeps its texts exactly.
     if (!text.isEmpty()) {
-        PersistentProperties record(PersistentProperties::Write);
+        PropertySet record(PropertySet::Write);
         QString key = text.left(text.size() / 2 + 1);
         QString value = text.mid(key.size());
         record.AccessString(key, value, QString());
-        PersistentProperties loaded(PersistentProperties::Read);
+        PropertySet loaded(PropertySet::Read);
         format::parse(format::serialize(record), loaded);
         checkSameProperties(record, loaded);
     }

@@ -209,7 +209,6 @@ void TestBackendLimits::destroyingDuringARunawayBackendDoesNotWait()
     QElapsedTimer clock;
     {
         DiscoveryRunner watch;
-        Discovery &discovery = watch.discovery();
         watch.start();
         // Give the run time to reach the backend, then let the owner go.
         QTest::qWait(10);
