@@ -34,7 +34,8 @@ double now()
 
 int usage()
 {
-    std::fprintf(stderr, "usage: mapwait [--width W --height H] [--linger MS] -- PROGRAM [ARGS...]\n");
+    std::fprintf(stderr,
+                 "usage: mapwait [--width W --height H] [--linger MS] -- PROGRAM [ARGS...]\n");
     return 2;
 }
 
@@ -112,8 +113,8 @@ int main(int argc, char **argv)
             auto *map = reinterpret_cast<xcb_map_notify_event_t *>(event);
             bool matches = width == 0 && height == 0;
             if (!matches) {
-                xcb_get_geometry_reply_t *geometry = xcb_get_geometry_reply(
-                    conn, xcb_get_geometry(conn, map->window), nullptr);
+                xcb_get_geometry_reply_t *geometry =
+                    xcb_get_geometry_reply(conn, xcb_get_geometry(conn, map->window), nullptr);
                 matches = geometry && geometry->width == width && geometry->height == height;
                 std::free(geometry);
             }
