@@ -18,9 +18,11 @@ QString orUnknown(const QString &value)
     return value.isEmpty() ? QStringLiteral("Unknown") : value;
 }
 
-// Manufacturer and model names repeat over thousands of lines. Each distinct field is
-// turned into a string once per read and then shared by every record that carries it,
-// which spares an allocation per field and line.
+// Manufacturer names repeat over thousands of lines: a driver collection has a few
+// hundred makers for tens of thousands of drivers. Each distinct name is turned into a
+// string once per read and then shared by every record that carries it, which spares an
+// allocation per line. Model names are not shared: nearly every line names a model of its
+// own, so the lookup would cost more than the copy it could save.
 class FieldStrings
 {
 public:
@@ -147,7 +149,6 @@ void PPDSet::readDatabases()
     QString line;
     DriverLine fields;
     FieldStrings manufacturerStrings;
-    FieldStrings modelStrings;
     bool firstSeen = false;
 
     for (const QString &database : qAsConst(databases)) {
@@ -175,7 +176,7 @@ void PPDSet::readDatabases()
             ppd->setManufacturer(manufacturerStrings.take(fields.manufacturer, &firstSeen));
             if (firstSeen)
                 manufacturerSet.insert(ppd->manufacturer);
-            ppd->setModel(modelStrings.take(fields.model, &firstSeen));
+            ppd->setModel(fields.model.toString());
             ppd->driver = fields.driver.toString();
             ppds.append(ppd);
         }

@@ -19,13 +19,14 @@
 
 namespace {
 
-QString itemIconPath(const Printer &printer)
+// Positions in PrinterDlg::itemIcons.
+enum ItemIcon { LocalIcon, DefaultLocalIcon, NetworkIcon, DefaultNetworkIcon };
+
+int itemIconIndex(const Printer &printer)
 {
     if (printer.IsNetwork())
-        return printer.IsDefault() ? QStringLiteral(":/zeq-icons/printer/defnet.png")
-                                   : QStringLiteral(":/zeq-icons/printer/net.png");
-    return printer.IsDefault() ? QStringLiteral(":/zeq-icons/printer/deflocal.png")
-                               : QStringLiteral(":/zeq-icons/printer/local.png");
+        return printer.IsDefault() ? DefaultNetworkIcon : NetworkIcon;
+    return printer.IsDefault() ? DefaultLocalIcon : LocalIcon;
 }
 
 // The edited PPD is written by the shell's redirect into the world-writable /tmp (a
@@ -61,6 +62,10 @@ PrinterDlg::PrinterDlg()
     ppdSet.addDatabase(QStringLiteral("/tmp/config/files/printdrivers.db"));
 
     wizard = nullptr;
+    itemIcons[LocalIcon] = QIcon(QStringLiteral(":/zeq-icons/printer/local.png"));
+    itemIcons[DefaultLocalIcon] = QIcon(QStringLiteral(":/zeq-icons/printer/deflocal.png"));
+    itemIcons[NetworkIcon] = QIcon(QStringLiteral(":/zeq-icons/printer/net.png"));
+    itemIcons[DefaultNetworkIcon] = QIcon(QStringLiteral(":/zeq-icons/printer/defnet.png"));
     updatePrinterList();
 
     setWindowTitle(QStringLiteral("Printer Configuration"));
@@ -78,13 +83,18 @@ void PrinterDlg::updatePrinterList()
     const QHash<QString, Printer *> printers = Printer::GetPrinters();
     lwPrinters->clear();
 
+    // The list as it was becomes the previous generation; the one before it goes.
+    previousRecords = std::move(currentRecords);
+    currentRecords.clear();
+    currentRecords.reserve(size_t(printers.size()));
+
     // The hash's own order is the list's order; the names are deliberately not sorted.
     for (auto it = printers.cbegin(); it != printers.cend(); ++it) {
         qDebug().noquote() << "key : " + it.key();
         Printer *p = it.value();
-        records.emplace_back(p);
+        currentRecords.emplace_back(p);
 
-        auto *item = new QListWidgetItem(QIcon(itemIconPath(*p)), p->name);
+        auto *item = new QListWidgetItem(itemIcons[itemIconIndex(*p)], p->name);
         item->setData(Qt::UserRole, QVariant::fromValue(static_cast<void *>(p)));
         lwPrinters->insertItem(lwPrinters->count(), item);
     }
@@ -199,7 +209,7 @@ void PrinterDlg::editPrinter()
         p->Uninstall();
         p->Install();
         updatePrinterList();
-        // p belongs to the list as it was before the refresh; records keeps it alive.
+        // p belongs to the list as it was before the refresh, which previousRecords keeps.
         WaitForCUPS(p);
     }
 }

@@ -4,8 +4,10 @@
 
 #include "drivers/ppdset.h"
 
+#include <QIcon>
 #include <QMainWindow>
 
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -43,10 +45,14 @@ private:
 
     PPDSet ppdSet;
     WizardDlg *wizard = nullptr;
-    // Every record the list has ever shown. List items and the wizard hold plain
-    // pointers to them, and the edit action still uses its record after the list has
-    // been rebuilt, so a record must outlive the refresh that replaced it. Keeping them
-    // all until the window goes costs a few hundred bytes per refresh and means no
-    // pointer handed out by this window can ever dangle.
-    std::vector<std::unique_ptr<Printer>> records;
+    // The four list pictures (local, network, each also as the default), built once and
+    // shared by every item instead of decoding the image again for each printer.
+    std::array<QIcon, 4> itemIcons;
+    // The records behind the list. List items and the wizard hold plain pointers to
+    // them, and the edit action still uses its record after the list has been rebuilt,
+    // so a record outlives the refresh that replaced it by one refresh: currentRecords
+    // are those of the list as shown, previousRecords those of the list before it. Any
+    // older generation can no longer be reached and is freed.
+    std::vector<std::unique_ptr<Printer>> currentRecords;
+    std::vector<std::unique_ptr<Printer>> previousRecords;
 };
