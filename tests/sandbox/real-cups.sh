@@ -53,7 +53,7 @@ real_cups_start() {
     mount --bind -o ro / "$hostroot" 2>/dev/null || mount --bind / "$hostroot" \
         || real_cups_fail "cannot reach the host's CUPS backends"
     socket_backend=$hostroot/usr/lib/cups/backend/socket
-    [ -x "$socket_backend" ] || { umount "$hostroot"; real_cups_fail "the CUPS socket backend is missing (install the cups-daemon package)"; }
+    [ -x "$socket_backend" ] || { umount "$hostroot"; real_cups_fail "the CUPS socket backend is missing (install the cups package, which holds the socket, lpd and usb backends)"; }
     # cupsd runs a backend as root only when no one else may run it; 0700 keeps it
     # from dropping to the lp user, which cannot read our private folders.
     install -m 0700 "$socket_backend" /usr/lib/cups/backend/socket
