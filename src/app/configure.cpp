@@ -1,5 +1,6 @@
 #include "app/configure.h"
 
+#include "printer/paths.h"
 #include "printer/printer.h"
 
 #include <fileio/regularfile.h>
@@ -9,9 +10,6 @@
 
 namespace {
 
-const char cupsConf[] = "/etc/cups/printers.conf";
-const char scratchConf[] = "/tmp/printers.conf";
-
 // Writes the rewritten printers.conf to the scratch file. Returns false when
 // printers.conf cannot be read, which ends the run; *written tells whether the scratch
 // file now holds the complete rewrite, the only case in which it may replace the
@@ -20,19 +18,19 @@ bool prepareScratchConf(const QString &uri, bool *written)
 {
     *written = false;
     const fileio::ReadResult current =
-        fileio::readRegularFileReporting(QString::fromLatin1(cupsConf), fileio::kLargeFileCap);
+        fileio::readRegularFileReporting(paths::printersConf(), fileio::kLargeFileCap);
     if (!current.ok())
         return false;
     QString reason;
     // The scratch file is made afresh: whatever stands at its path in the world-writable
     // /tmp (a link planted to redirect our write, say) is removed first. Only root may
     // read it: device URIs can hold passwords, and mv keeps the mode in /etc/cups.
-    if (fileio::writeFreshFile(QString::fromLatin1(scratchConf),
+    if (fileio::writeFreshFile(paths::scratchPrintersConf(),
                                rewriteUsbDeviceLines(current.data, uri), &reason, 0600)) {
         *written = true;
     } else {
         fileio::report(QStringLiteral("not replacing %1: cannot write %2: %3")
-                           .arg(QLatin1String(cupsConf), QLatin1String(scratchConf), reason));
+                           .arg(paths::printersConf(), paths::scratchPrintersConf(), reason));
     }
     return true;
 }
@@ -82,15 +80,18 @@ int runConfigure()
         // Every pass copies the staged files again and rewrites every USB device line
         // with this record's URI, so the record processed last decides. That is the
         // intended behaviour: a thin client has a single local printer port.
-        zeq::System::ExecShell(QStringLiteral("cp /tmp/config/files/cups/* /etc/cups"));
-        zeq::System::ExecShell(QStringLiteral("cp /tmp/config/files/cups/*.ppd /etc/cups/ppd"));
+        const QString copy = commands::cp() + QLatin1Char(' ') + paths::stagingFolder();
+        zeq::System::ExecShell(copy + QLatin1String("/* ") + paths::cupsFolder());
+        zeq::System::ExecShell(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
         bool written = false;
         if (!prepareScratchConf(uri, &written))
             return 0;
         // Only a complete file may replace printers.conf: a half-written one (a full
         // /tmp) would lose the printers CUPS knows.
         if (written)
-            zeq::System::ExecShell(QStringLiteral("mv /tmp/printers.conf /etc/cups/"));
+            zeq::System::ExecShell(commands::mv() + QLatin1Char(' ') +
+                                   paths::scratchPrintersConf() + QLatin1Char(' ') +
+                                   paths::cupsFolder() + QLatin1Char('/'));
     }
     return 0;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "printer/paths.h"
+
 #include <QByteArray>
 #include <QPoint>
 #include <QRect>
@@ -14,7 +16,7 @@ namespace windowchrome {
 
 inline QString styleSheetPath()
 {
-    return QStringLiteral("/tmp/.config/default.css");
+    return paths::styleSheet();
 }
 
 // The style sheet bytes as Latin-1 text up to the first NUL byte.

@@ -1,5 +1,7 @@
 #include "discovery/discovery.h"
 
+#include "printer/paths.h"
+
 #include <fileio/regularfile.h>
 
 #include <QDeadlineTimer>
@@ -13,7 +15,6 @@
 #include <cstring>
 
 namespace {
-const char backendFolder[] = "/usr/lib/cups/backend";
 // A backend gets this long to finish; there is deliberately no way to change it.
 const int backendTimeoutMs = 30000;
 // How long a backend killed at an output cap is given to go.
@@ -211,7 +212,7 @@ void Discovery::doTask()
     // Nobody reads a backend's messages; they must not pile up in memory either.
     process.setStandardErrorFile(QProcess::nullDevice());
     BackendOutput output;
-    const QFileInfoList entries = QDir(QString::fromLatin1(backendFolder)).entryInfoList();
+    const QFileInfoList entries = QDir(paths::backendFolder()).entryInfoList();
 
     results.clear();
     for (const QFileInfo &entry : entries) {

@@ -78,7 +78,7 @@ QString Printer::GetPrinterDevice() const
     if (!fileio::pathTaken(cache)) {
         QString reason;
         if (fileio::createFreshFile(cache, &reason))
-            zeq::System::ExecShell(QStringLiteral("lpinfo -v >") + cache);
+            zeq::System::ExecShell(commands::lpinfo() + QLatin1String(" -v >") + cache);
         else
             fileio::report(
                 QStringLiteral("not running lpinfo: cannot create %1: %2").arg(cache, reason));

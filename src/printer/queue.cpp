@@ -10,7 +10,7 @@ void Printer::Install()
 {
     // The command is built piece by piece; the two spaces after "lpadmin" and the
     // unquoted queue name are how the device has always issued it, and are kept.
-    QString command = QStringLiteral("lpadmin ");
+    QString command = commands::lpadmin() + QLatin1Char(' ');
     command += QStringLiteral(" -p %1").arg(name);
     command += QStringLiteral(" -D '%1'").arg(name);
     command += QStringLiteral(" -v '%1'").arg(device_uri);
@@ -20,19 +20,19 @@ void Printer::Install()
 
     usleep(500000); // give the scheduler time to settle before it is asked to accept jobs
 
-    zeq::System::ExecShell(QStringLiteral("cupsaccept ") + name);
+    zeq::System::ExecShell(commands::cupsaccept() + QLatin1Char(' ') + name);
     SetCupsDefault();
 }
 
 void Printer::Uninstall()
 {
-    zeq::System::ExecShell(QStringLiteral("lpadmin -x %1").arg(name));
-    zeq::System::ExecShell(QStringLiteral("rm ") + paths::stagingFolder() + QLatin1Char('/') + name
-                           + QLatin1String(".ppd"));
+    zeq::System::ExecShell(QStringLiteral("%1 -x %2").arg(commands::lpadmin(), name));
+    zeq::System::ExecShell(commands::rm() + QLatin1Char(' ') + paths::stagingFolder() +
+                           QLatin1Char('/') + name + QLatin1String(".ppd"));
 }
 
 void Printer::SetCupsDefault()
 {
     if (IsDefault())
-        zeq::System::ExecShell(QStringLiteral("lpadmin -d %1").arg(name));
+        zeq::System::ExecShell(QStringLiteral("%1 -d %2").arg(commands::lpadmin(), name));
 }

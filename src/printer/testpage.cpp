@@ -7,15 +7,11 @@
 
 #include <QString>
 
-namespace {
-const char settingsFile[] = "/tmp/prtestinfo";
-const char pageFile[] = "/tmp/prtest";
-} // namespace
-
 void Printer::PrintTestPage()
 {
     if (!ppd.contains(paths::rawTextDriverMarker())) {
-        zeq::System::ExecShell(QStringLiteral("lp -d %1 /usr/share/cups/data/test.ps").arg(name));
+        zeq::System::ExecShell(
+            QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, paths::postScriptTestPage()));
         return;
     }
 
@@ -36,18 +32,19 @@ void Printer::PrintTestPage()
     // locale's encoding, as a text stream would. If they cannot be written the page is
     // printed all the same, with whatever the command finds.
     QString reason;
-    if (!fileio::writeFreshFile(QString::fromLatin1(settingsFile), settings.toLocal8Bit(), &reason))
-        fileio::report(
-            QStringLiteral("cannot write %1: %2").arg(QLatin1String(settingsFile), reason));
+    const QString settingsFile = paths::testPageSettings();
+    const QString pageFile = paths::testPageFile();
+    if (!fileio::writeFreshFile(settingsFile, settings.toLocal8Bit(), &reason))
+        fileio::report(QStringLiteral("cannot write %1: %2").arg(settingsFile, reason));
 
     // The page file is written by the shell's redirect, which follows links: without a
     // fresh file of ours at its path nothing may write it, nor print what stands there.
-    if (!fileio::createFreshFile(QString::fromLatin1(pageFile), &reason)) {
-        fileio::report(QStringLiteral("no test page: cannot create %1: %2")
-                           .arg(QLatin1String(pageFile), reason));
+    if (!fileio::createFreshFile(pageFile, &reason)) {
+        fileio::report(QStringLiteral("no test page: cannot create %1: %2").arg(pageFile, reason));
         return;
     }
     zeq::System::ExecShell(
-        QStringLiteral("cat /usr/share/cups/data/textonly.prn /tmp/prtestinfo > /tmp/prtest"));
-    zeq::System::ExecShell(QStringLiteral("lp -d %1 /tmp/prtest").arg(name));
+        QStringLiteral("%1 %2 %3 > %4")
+            .arg(commands::cat(), paths::textPrinterPreamble(), settingsFile, pageFile));
+    zeq::System::ExecShell(QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, pageFile));
 }

@@ -36,7 +36,7 @@ int itemIconIndex(const Printer &printer)
 // the edit and both copies are left out, with one line on standard error.
 bool makeScratchPpd(const QString &ppdFile)
 {
-    const QString scratch = QStringLiteral("/tmp/") + ppdFile;
+    const QString scratch = paths::scratchFolder() + QLatin1Char('/') + ppdFile;
     QString reason;
     if (ppdFile.contains(QLatin1Char('/')))
         reason = QStringLiteral("the printer name holds a '/'");
@@ -58,8 +58,8 @@ PrinterDlg::PrinterDlg()
     setStyleSheet(windowchrome::loadStyleSheet());
 
     // The catalogue only learns where its databases are; the window never reads them.
-    ppdSet.addDatabase(QStringLiteral("/usr/share/ppd/std1.db"));
-    ppdSet.addDatabase(QStringLiteral("/tmp/config/files/printdrivers.db"));
+    ppdSet.addDatabase(paths::driverDatabase());
+    ppdSet.addDatabase(paths::localDriverDatabase());
 
     wizard = nullptr;
     itemIcons[LocalIcon] = QIcon(QStringLiteral(":/zeq-icons/printer/local.png"));
@@ -151,24 +151,26 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
     if (!printer->ppd.contains(paths::rawTextDriverMarker()) && makeScratchPpd(ppdFile)) {
         // No blank before the pipe and two before the redirection: the line has always
         // been issued this way. The paper size goes into the sed expression as it is.
-        QString command = QStringLiteral("cat /etc/cups/ppd/");
-        command += ppdFile;
+        const QString queuePpd = paths::queuePpdFolder() + QLatin1Char('/') + ppdFile;
+        const QString scratchPpd = paths::scratchFolder() + QLatin1Char('/') + ppdFile;
+        QString command = commands::cat() + QLatin1Char(' ') + queuePpd;
         command += QLatin1String("| ");
-        command += QLatin1String("sed -e \"s/DefaultPageSize.*/DefaultPageSize: ");
+        command += commands::sed();
+        command += QLatin1String(" -e \"s/DefaultPageSize.*/DefaultPageSize: ");
         command += printer->paper_size;
         command += QLatin1String("/g\" ");
-        command += QLatin1String(" >/tmp/");
-        command += ppdFile;
+        command += QLatin1String(" >");
+        command += scratchPpd;
         zeq::System::ExecShell(command);
-        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile +
-                               QLatin1String(" /etc/cups/ppd"));
-        zeq::System::ExecShell(QStringLiteral("cp /tmp/") + ppdFile + QLatin1Char(' ') +
+        zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
+                               paths::queuePpdFolder());
+        zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
                                paths::stagingFolder());
     }
 
-    zeq::System::ExecShell(QStringLiteral("init_ica"));
-    zeq::System::ExecShell(QStringLiteral("CitrixCUPSPrinter"));
-    zeq::System::ExecShell(QStringLiteral("waitforCUPS&"));
+    zeq::System::ExecShell(commands::initIca());
+    zeq::System::ExecShell(commands::citrixCupsPrinter());
+    zeq::System::ExecShell(commands::waitForCups() + QLatin1Char('&'));
 }
 
 void PrinterDlg::addPrinter()
@@ -223,7 +225,7 @@ void PrinterDlg::deletePrinter()
     p->Uninstall();
     updatePrinterList();
     // Deleting restages nothing; only the wait for the print service is started.
-    zeq::System::ExecShell(QStringLiteral("waitforCUPS&"));
+    zeq::System::ExecShell(commands::waitForCups() + QLatin1Char('&'));
 }
 
 void PrinterDlg::quit()

@@ -2,6 +2,7 @@
 
 #include "common/windowchrome.h"
 #include "drivers/ppdset.h"
+#include "printer/paths.h"
 #include "printer/printer.h"
 
 #include <fileio/regularfile.h>
@@ -29,8 +30,7 @@ const QString socketMarker = QStringLiteral("socket: ");
 // A new printer has no driver yet; its paper sizes are read from the PCL 4 file. Next
 // on the preferences page then stores entry 0 of the built-in table, which is the PCL 5e
 // driver: the two differ on purpose.
-const QString newPrinterPpd =
-    QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
+const QString newPrinterPpd = paths::newPrinterPaperSizesPpd();
 
 // Labels of the summary table, by row; also the first values of its second column.
 const QStringList summaryLabels = {QStringLiteral("Name"),           QStringLiteral("CUPS Driver"),
