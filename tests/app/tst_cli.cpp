@@ -1,3 +1,4 @@
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 
@@ -5,10 +6,11 @@
 
 namespace {
 
-const QString conf = QStringLiteral("/etc/cups/printers.conf");
+const QString conf = paths::printersConf();
 const QString wrapLog = QStringLiteral("/tmp/wrap/calls.log");
 
-struct Run {
+struct Run
+{
     int exitCode = -1;
     QProcess::ExitStatus status = QProcess::CrashExit;
     QByteArray out;
@@ -20,7 +22,8 @@ struct Run {
 QProcessEnvironment toolEnvironment()
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("PATH"), QStringLiteral("/tmp/wrap:") + env.value(QStringLiteral("PATH")));
+    env.insert(QStringLiteral("PATH"),
+               QStringLiteral("/tmp/wrap:") + env.value(QStringLiteral("PATH")));
     env.remove(QStringLiteral("DISPLAY"));
     env.remove(QStringLiteral("WAYLAND_DISPLAY"));
     env.remove(QStringLiteral("QT_QPA_PLATFORM"));
@@ -47,7 +50,8 @@ Run runTool(const QStringList &args, const QProcessEnvironment &env = toolEnviro
 
 QStringList wrappedCalls()
 {
-    return QString::fromUtf8(sandbox::readFile(wrapLog)).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    return QString::fromUtf8(sandbox::readFile(wrapLog))
+        .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 void seedOnePrinter()
@@ -58,9 +62,10 @@ void seedOnePrinter()
     p.device_uri = QStringLiteral("usb:/dev/usb/lp0");
     p.UpdatePath();
     QVERIFY(p.Commit());
-    QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/config/files/cups/Office.ppd"), "*PPD-Adobe\n"));
+    QVERIFY(
+        sandbox::writeFile(QStringLiteral("/tmp/config/files/cups/Office.ppd"), "*PPD-Adobe\n"));
     QVERIFY(sandbox::writeFile(conf, "<Printer Office>\nDeviceURI usb:/dev/usb/lp0\n</Printer>\n"));
-    QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"), "direct usb://Star/TSP143\n"));
+    QVERIFY(sandbox::writeFile(paths::lpinfoCache(), "direct usb://Star/TSP143\n"));
 }
 
 const QByteArray rewrittenConf = "<Printer Office>\nDeviceURI usb://Star/TSP143\n</Printer>\n";
@@ -82,17 +87,17 @@ private slots:
     void init()
     {
         sandbox::removePath(QStringLiteral("/tmp/config"));
-        sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
+        sandbox::removePath(paths::lpinfoCache());
         sandbox::removePath(QStringLiteral("/tmp/wrap"));
         sandbox::removePath(conf);
-        sandbox::removePath(QStringLiteral("/etc/cups/ppd"));
+        sandbox::removePath(paths::queuePpdFolder());
         sandbox::removePath(QStringLiteral("/etc/cups/Office.ppd"));
-        QVERIFY(QDir().mkpath(QStringLiteral("/etc/cups/ppd")));
+        QVERIFY(QDir().mkpath(paths::queuePpdFolder()));
         for (const char *tool : {"cp", "mv"}) {
             const QString path = QStringLiteral("/tmp/wrap/") + QLatin1String(tool);
-            QVERIFY(sandbox::writeFile(path, QByteArray("#!/bin/sh\necho \"") + tool
-                                                 + " $*\" >>" + wrapLog.toUtf8()
-                                                 + "\nexec /bin/" + tool + " \"$@\"\n"));
+            QVERIFY(sandbox::writeFile(path, QByteArray("#!/bin/sh\necho \"") + tool + " $*\" >>" +
+                                                 wrapLog.toUtf8() + "\nexec /bin/" + tool +
+                                                 " \"$@\"\n"));
             QFile(path).setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         }
         sandbox::clearFakeCalls();
@@ -137,7 +142,8 @@ private slots:
         QTest::newRow("-c") << QStringList{QStringLiteral("-c")};
         QTest::newRow("--configure") << QStringList{QStringLiteral("--configure")};
         QTest::newRow("-c -c") << QStringList{QStringLiteral("-c"), QStringLiteral("-c")};
-        QTest::newRow("--configure -c") << QStringList{QStringLiteral("--configure"), QStringLiteral("-c")};
+        QTest::newRow("--configure -c")
+            << QStringList{QStringLiteral("--configure"), QStringLiteral("-c")};
     }
     void configureOptionSpellingsAndRepeatsBehaveAlike()
     {
@@ -147,12 +153,13 @@ private slots:
         QCOMPARE(run.status, QProcess::NormalExit);
         QCOMPARE(run.exitCode, 0);
         QVERIFY2(run.err.isEmpty() || !run.err.contains("Usage:"), run.err.constData());
-        QCOMPARE(wrappedCalls(), (QStringList{
-                                     QStringLiteral("cp /tmp/config/files/cups/Office.ppd /etc/cups"),
-                                     QStringLiteral("cp /tmp/config/files/cups/Office.ppd /etc/cups/ppd"),
-                                     QStringLiteral("mv /tmp/printers.conf /etc/cups/")}));
+        QCOMPARE(wrappedCalls(),
+                 (QStringList{QStringLiteral("cp /tmp/config/files/cups/Office.ppd /etc/cups"),
+                              QStringLiteral("cp /tmp/config/files/cups/Office.ppd /etc/cups/ppd"),
+                              QStringLiteral("mv /tmp/printers.conf /etc/cups/")}));
         QCOMPARE(sandbox::readFile(conf), rewrittenConf);
-        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")), QByteArray("*PPD-Adobe\n"));
+        QCOMPARE(sandbox::readFile(QStringLiteral("/etc/cups/ppd/Office.ppd")),
+                 QByteArray("*PPD-Adobe\n"));
         QVERIFY(sandbox::fakeCalls().isEmpty()); // the lpinfo cache existed: no CUPS tool ran
     }
 
@@ -190,19 +197,20 @@ private slots:
     {
         QFETCH(QStringList, args);
         QFETCH(bool, helpOnStderr);
-        if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty()
-            || QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
+        if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty() ||
+            QStandardPaths::findExecutable(QStringLiteral("xdotool")).isEmpty())
             QSKIP("needs Xvfb and xdotool (scripts/setup --test installs them)");
 
         // A private X server; -displayfd picks a free display number.
         QProcess xvfb;
-        xvfb.start(QStringLiteral("Xvfb"), {QStringLiteral("-displayfd"), QStringLiteral("1"),
-                                            QStringLiteral("-screen"), QStringLiteral("0"),
-                                            QStringLiteral("1024x768x24"), QStringLiteral("-nolisten"),
-                                            QStringLiteral("tcp")});
+        xvfb.start(QStringLiteral("Xvfb"),
+                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                    QStringLiteral("0"), QStringLiteral("1024x768x24"), QStringLiteral("-nolisten"),
+                    QStringLiteral("tcp")});
         QVERIFY(xvfb.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(xvfb.canReadLine(), 20000);
-        const QString display = QStringLiteral(":") + QString::fromLatin1(xvfb.readLine()).trimmed();
+        const QString display =
+            QStringLiteral(":") + QString::fromLatin1(xvfb.readLine()).trimmed();
 
         QProcessEnvironment env = toolEnvironment();
         env.insert(QStringLiteral("DISPLAY"), display);
@@ -216,15 +224,18 @@ private slots:
         QProcess xdo;
         xdo.setProcessEnvironment(env);
         xdo.start(QStringLiteral("xdotool"),
-                  {QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
-                   QStringLiteral("--name"), QStringLiteral("^Printer Configuration$")});
+                  {QStringLiteral("search"), QStringLiteral("--sync"),
+                   QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                   QStringLiteral("^Printer Configuration$")});
         QVERIFY(xdo.waitForFinished(30000));
-        const QString window = QString::fromLatin1(xdo.readAllStandardOutput()).split(QLatin1Char('\n')).first();
+        const QString window =
+            QString::fromLatin1(xdo.readAllStandardOutput()).split(QLatin1Char('\n')).first();
         QVERIFY2(!window.isEmpty(), "the printer list window did not appear");
         QCOMPARE(tool.state(), QProcess::Running);
 
-        xdo.start(QStringLiteral("xdotool"), {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window,
-                                             QStringLiteral("key"), QStringLiteral("alt+c")});
+        xdo.start(QStringLiteral("xdotool"),
+                  {QStringLiteral("windowfocus"), QStringLiteral("--sync"), window,
+                   QStringLiteral("key"), QStringLiteral("alt+c")});
         QVERIFY(xdo.waitForFinished(30000));
         QVERIFY2(tool.waitForFinished(30000), "closing the window did not end the program");
         QCOMPARE(tool.exitStatus(), QProcess::NormalExit);

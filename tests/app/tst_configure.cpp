@@ -1,4 +1,5 @@
 #include "app/configure.h"
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"
@@ -8,8 +9,8 @@
 
 namespace {
 
-const QString staging = QStringLiteral("/tmp/config/files/cups");
-const QString conf = QStringLiteral("/etc/cups/printers.conf");
+const QString staging = paths::stagingFolder();
+const QString conf = paths::printersConf();
 
 void addPrinter(const QString &name, const QString &uri)
 {
@@ -56,14 +57,14 @@ private slots:
     void init()
     {
         resetRegistry();
-        sandbox::removePath(QStringLiteral("/tmp/printers.conf"));
-        sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
+        sandbox::removePath(paths::scratchPrintersConf());
+        sandbox::removePath(paths::lpinfoCache());
         for (const QString &entry :
              QDir(QStringLiteral("/etc/cups")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot))
             sandbox::removePath(QStringLiteral("/etc/cups/") + entry);
-        QVERIFY(QDir().mkpath(QStringLiteral("/etc/cups/ppd")));
+        QVERIFY(QDir().mkpath(paths::queuePpdFolder()));
         QVERIFY(QDir().mkpath(staging));
-        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+        QVERIFY(sandbox::writeFile(paths::lpinfoCache(),
                                    "network socket\ndirect usb://EPSON/TM-T88V?serial=1\n"));
     }
 
@@ -110,7 +111,7 @@ private slots:
                  QByteArray("*PPD-Adobe\n"));
         // "cp .../* /etc/cups" copies every staged file into /etc/cups itself as well.
         QVERIFY(QFileInfo::exists(QStringLiteral("/etc/cups/Office.ppd")));
-        QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/printers.conf")));
+        QVERIFY(!QFileInfo::exists(paths::scratchPrintersConf()));
     }
 
     void networkDeviceLinesAreKept()
@@ -194,15 +195,14 @@ private slots:
         }
         QCOMPARE(order.size(), 2);
         auto uriOf = [](const QString &name) { return "usb://Device/" + name.toUtf8(); };
-        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
-                                   "direct " + uriOf(order.at(0)) + "\n"));
+        QVERIFY(sandbox::writeFile(paths::lpinfoCache(), "direct " + uriOf(order.at(0)) + "\n"));
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         int passesDone = 0;
         shell.setObserver([&](const QString &command) {
             if (!command.startsWith(QLatin1String("mv ")))
                 return;
             if (++passesDone < order.size())
-                sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
+                sandbox::writeFile(paths::lpinfoCache(),
                                    "direct " + uriOf(order.at(passesDone)) + "\n");
         });
         runConfigure();
@@ -295,7 +295,7 @@ private slots:
         QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
         ShellRecorder shell(ShellRecorder::Record);
         runConfigure();
-        QCOMPARE(sandbox::readFile(QStringLiteral("/tmp/printers.conf")),
+        QCOMPARE(sandbox::readFile(paths::scratchPrintersConf()),
                  QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
         QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb:/dev/usb/lp0\n"));
     }

@@ -1,4 +1,5 @@
 #include "app/configure.h"
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -16,8 +17,8 @@
 
 namespace {
 
-const QString conf = QStringLiteral("/etc/cups/printers.conf");
-const QString scratch = QStringLiteral("/tmp/printers.conf");
+const QString conf = paths::printersConf();
+const QString scratch = paths::scratchPrintersConf();
 const QString uri = QStringLiteral("usb://EPSON/TM-T88V?serial=1");
 const QString copyAll = QStringLiteral("cp /tmp/config/files/cups/* /etc/cups");
 const QString copyPpds = QStringLiteral("cp /tmp/config/files/cups/*.ppd /etc/cups/ppd");
@@ -107,11 +108,10 @@ private slots:
         sandbox::removePath(QStringLiteral("/tmp/config"));
         sandbox::removePath(scratch);
         sandbox::removePath(QStringLiteral("/tmp/victim"));
-        sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log"));
+        sandbox::removePath(paths::lpinfoCache());
         sandbox::removePath(conf);
-        QVERIFY(QDir().mkpath(QStringLiteral("/tmp/config/files/cups")));
-        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
-                                   "direct usb://EPSON/TM-T88V?serial=1\n"));
+        QVERIFY(QDir().mkpath(paths::stagingFolder()));
+        QVERIFY(sandbox::writeFile(paths::lpinfoCache(), "direct usb://EPSON/TM-T88V?serial=1\n"));
     }
 
     // The rewrite itself, on bytes.

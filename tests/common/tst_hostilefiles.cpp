@@ -24,8 +24,7 @@ namespace {
 const QString victim = QStringLiteral("/tmp/victim");
 const QByteArray victimContent = "belongs to someone else\n";
 const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
-const QString pclPpd =
-    QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
+const QString pclPpd = paths::newPrinterPaperSizesPpd();
 
 enum class Hostile { Fifo, ZeroLink, Oversized };
 
@@ -90,9 +89,8 @@ private slots:
     {
         for (const QString &path :
              {victim, windowchrome::styleSheetPath(), paths::lpinfoCache(),
-              QStringLiteral("/tmp/prtestinfo"), QStringLiteral("/tmp/prtest"),
-              QStringLiteral("/tmp/Office.ppd"), QStringLiteral("/tmp/hostile"),
-              QStringLiteral("/tmp/config")})
+              paths::testPageSettings(), paths::testPageFile(), QStringLiteral("/tmp/Office.ppd"),
+              QStringLiteral("/tmp/hostile"), QStringLiteral("/tmp/config")})
             sandbox::removePath(path);
         sandbox::clearFakeCalls();
     }
@@ -265,8 +263,8 @@ private slots:
 
     void plantedLinksAtTheTestPageFilesAreNotWrittenThrough()
     {
-        const QString settings = QStringLiteral("/tmp/prtestinfo");
-        const QString page = QStringLiteral("/tmp/prtest");
+        const QString settings = paths::testPageSettings();
+        const QString page = paths::testPageFile();
         QVERIFY(plantVictimLink(settings));
         QVERIFY(QFile::link(victim, page));
         Printer p = withUri(QStringLiteral("usb://EPSON/TM"));
@@ -294,7 +292,7 @@ private slots:
         QCOMPARE(err.diagnostics().size(), 1);
         QVERIFY(err.diagnostics().first().startsWith(
             QStringLiteral("printerconfig: no test page: cannot create /tmp/prtest: ")));
-        sandbox::removePath(QStringLiteral("/tmp/prtest"));
+        sandbox::removePath(paths::testPageFile());
     }
 
     // The queue's PPD edited through /tmp.

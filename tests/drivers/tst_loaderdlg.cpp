@@ -2,6 +2,7 @@
 // under /tmp, so it runs in the sandbox.
 
 #include "drivers/loaderdlg.h"
+#include "printer/paths.h"
 
 #include "common/windowchrome.h"
 #include "support/messages.h"
@@ -21,7 +22,7 @@
 
 namespace {
 
-const QString kStyleSheet = QStringLiteral("/tmp/.config/default.css");
+const QString kStyleSheet = paths::styleSheet();
 const QString kPicture = QStringLiteral(":/zeq-icons/printer/loading.png");
 // Set for the copy of this test that runs on a two-screen X server.
 const char kTwoScreens[] = "LOADERDLG_ON_TWO_SCREENS";

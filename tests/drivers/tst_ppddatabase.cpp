@@ -2,6 +2,7 @@
 // /tmp, so it runs in the sandbox.
 
 #include "drivers/ppdset.h"
+#include "printer/paths.h"
 
 #include "support/catalogue.h"
 #include "support/sandbox.h"
@@ -13,8 +14,8 @@
 
 namespace {
 
-const QString kStd1Db = QStringLiteral("/usr/share/ppd/std1.db");
-const QString kAddedDb = QStringLiteral("/tmp/config/files/printdrivers.db");
+const QString kStd1Db = paths::driverDatabase();
+const QString kAddedDb = paths::localDriverDatabase();
 const QString kWork = QStringLiteral("/tmp/drivertest");
 
 QStringList sorted(QStringList list)

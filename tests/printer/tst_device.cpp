@@ -1,4 +1,5 @@
 #include "printer/device.h"
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -6,7 +7,7 @@
 #include <QtTest>
 
 namespace {
-const QString cache = QStringLiteral("/tmp/.lpinfo.log");
+const QString cache = paths::lpinfoCache();
 
 Printer withUri(const QString &uri)
 {
@@ -53,7 +54,8 @@ private slots:
 
     void storedUsbUriIsReplacedByTheFirstDirectUsbDevice()
     {
-        QVERIFY(sandbox::writeFile(cache, "network socket\ndirect usb://EPSON/TM-T88V?serial=123\n"));
+        QVERIFY(
+            sandbox::writeFile(cache, "network socket\ndirect usb://EPSON/TM-T88V?serial=123\n"));
         ShellRecorder shell;
         QCOMPARE(withUri(QStringLiteral("usb://OldMaker/Old")).GetPrinterDevice(),
                  QStringLiteral("usb://EPSON/TM-T88V?serial=123"));
@@ -100,7 +102,8 @@ private slots:
         QCOMPARE(sandbox::fakeCalls(),
                  (QList<QStringList>{{QStringLiteral("lpinfo"), QStringLiteral("-v")}}));
         // The cache is reused from now on, even if the attached device changes.
-        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.sandbox/lpinfo.out"), "direct usb://Other\n"));
+        QVERIFY(
+            sandbox::writeFile(QStringLiteral("/tmp/.sandbox/lpinfo.out"), "direct usb://Other\n"));
         shell.clear();
         QCOMPARE(p.GetPrinterDevice(), QStringLiteral("usb://Star/TSP143?serial=9"));
         QVERIFY(shell.commands().isEmpty());

@@ -1,3 +1,4 @@
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -199,7 +200,7 @@ private slots:
     {
         // Inside the sandbox lpadmin is the recording fake; the staged PPD does not exist,
         // so the real rm fails, and nothing complains.
-        sandbox::removePath(QStringLiteral("/tmp/config/files/cups"));
+        sandbox::removePath(paths::stagingFolder());
         sandbox::clearFakeCalls();
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         office().Uninstall();

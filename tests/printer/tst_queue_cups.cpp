@@ -1,5 +1,6 @@
 // Queue administration and test pages against CUPS's own scheduler, started privately by
 // "run-in-sandbox --real-cups", with a loopback printer that keeps every job it receives.
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -75,8 +76,7 @@ private slots:
         QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
                  qPrintable(status.output));
         for (const QString &path :
-             {rawTextPpd, postScriptPpd, QStringLiteral("/usr/share/cups/data/test.ps"),
-              QStringLiteral("/usr/share/cups/data/textonly.prn")})
+             {rawTextPpd, postScriptPpd, paths::postScriptTestPage(), paths::textPrinterPreamble()})
             QVERIFY2(!fixture(path).isEmpty(), qPrintable(path));
     }
 
@@ -146,7 +146,7 @@ private slots:
         const int before = sandbox::loopbackJobsReceived();
         p.PrintTestPage();
         const QByteArray expected =
-            fixture(QStringLiteral("/usr/share/cups/data/textonly.prn")) +
+            fixture(paths::textPrinterPreamble()) +
             QByteArray("\tName:\t\tReceipts\r\n\r\n"
                        "\tClass:\t\tnetwork\r\n\r\n"
                        "\tModel:\t\tLoopback\r\n\r\n"
@@ -171,7 +171,7 @@ private slots:
         p.PrintTestPage();
         const QByteArray received = sandbox::waitForLoopbackJob(before + 1);
         QVERIFY2(!received.isEmpty(), schedulerLogTail().constData());
-        QCOMPARE(received, fixture(QStringLiteral("/usr/share/cups/data/test.ps")));
+        QCOMPARE(received, fixture(paths::postScriptTestPage()));
     }
 
     void uninstallRemovesTheQueueAndTheStagedPpd()
@@ -259,7 +259,7 @@ private slots:
         QVERIFY2(elapsed < 30000, "no command may hang while CUPS is down");
         // The real scheduler never heard of it.
         QVERIFY(!queueExists(QStringLiteral("Offline")));
-        QVERIFY(QFileInfo::exists(QStringLiteral("/tmp/prtest")));
+        QVERIFY(QFileInfo::exists(paths::testPageFile()));
     }
 };
 

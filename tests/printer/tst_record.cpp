@@ -1,3 +1,4 @@
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"
@@ -7,7 +8,7 @@
 #include <QtTest>
 
 namespace {
-const QString registry = QStringLiteral("/tmp/config/registry/hardware/printer");
+const QString registry = paths::registryFolder();
 
 // The path a record of this name gets from UpdatePath().
 QString pathFor(const QString &name)

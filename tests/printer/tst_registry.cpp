@@ -1,3 +1,4 @@
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"
@@ -8,7 +9,7 @@
 
 namespace {
 
-const QString registry = QStringLiteral("/tmp/config/registry/hardware/printer");
+const QString registry = paths::registryFolder();
 const QString defaultEntry = registry + QStringLiteral("/default");
 
 Printer makePrinter(const QString &name, const QString &cls = QStringLiteral("direct"))

@@ -1,3 +1,4 @@
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/childprocess.h"
 #include "support/sandbox.h"
@@ -9,7 +10,7 @@
 
 namespace {
 
-const QString registry = QStringLiteral("/tmp/config/registry/hardware/printer");
+const QString registry = paths::registryFolder();
 const QString defaultEntry = registry + QStringLiteral("/default");
 
 // Reads the registry in a child process, so that a read that blocks fails the test at

@@ -1,3 +1,4 @@
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -7,8 +8,8 @@
 
 namespace {
 
-const QString settingsFile = QStringLiteral("/tmp/prtestinfo");
-const QString pageFile = QStringLiteral("/tmp/prtest");
+const QString settingsFile = paths::testPageSettings();
+const QString pageFile = paths::testPageFile();
 const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 const QString catCommand =
     QStringLiteral("cat /usr/share/cups/data/textonly.prn /tmp/prtestinfo > /tmp/prtest");
@@ -156,8 +157,7 @@ private slots:
 
     void printedPageIsTheTextPreambleFollowedByTheSettings()
     {
-        const QByteArray preamble =
-            sandbox::readFile(QStringLiteral("/usr/share/cups/data/textonly.prn"));
+        const QByteArray preamble = sandbox::readFile(paths::textPrinterPreamble());
         QVERIFY2(!preamble.isEmpty(), "the sandbox provides a text printer preamble");
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         rawPrinter().PrintTestPage();
@@ -172,17 +172,15 @@ private slots:
 
     void postScriptPageIsPrintedFromTheCupsDataFolder()
     {
-        const QByteArray testPage =
-            sandbox::readFile(QStringLiteral("/usr/share/cups/data/test.ps"));
+        const QByteArray testPage = sandbox::readFile(paths::postScriptTestPage());
         QVERIFY2(testPage.startsWith("%!"), "the sandbox provides a PostScript test page");
         Printer p = rawPrinter();
         p.ppd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         p.PrintTestPage();
         QCOMPARE(sandbox::fakeCalls(),
-                 QList<QStringList>(
-                     {{QStringLiteral("lp"), QStringLiteral("-d"), QStringLiteral("Receipts"),
-                       QStringLiteral("/usr/share/cups/data/test.ps")}}));
+                 QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"),
+                                      QStringLiteral("Receipts"), paths::postScriptTestPage()}}));
         const QString job = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/lp-job-1");
         QCOMPARE(sandbox::readFile(job), testPage);
         QVERIFY(!QFileInfo::exists(pageFile));
@@ -219,7 +217,7 @@ private slots:
     void missingPreambleStillPrintsWhatThePageHolds()
     {
         // Hide the preamble for this test only; the sandbox's data folder is a private copy.
-        const QString preamble = QStringLiteral("/usr/share/cups/data/textonly.prn");
+        const QString preamble = paths::textPrinterPreamble();
         const QByteArray saved = sandbox::readFile(preamble);
         QVERIFY(QFile::remove(preamble));
         ShellRecorder shell(ShellRecorder::RecordAndRun);

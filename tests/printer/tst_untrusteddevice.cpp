@@ -1,4 +1,5 @@
 #include "printer/device.h"
+#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -14,7 +15,7 @@ class TestUntrustedDevice : public QObject
 
 private slots:
     void initTestCase() { REQUIRE_SANDBOX(); }
-    void init() { sandbox::removePath(QStringLiteral("/tmp/.lpinfo.log")); }
+    void init() { sandbox::removePath(paths::lpinfoCache()); }
 
     void addressWithAQuoteIsSkippedForTheNextDevice()
     {
@@ -46,8 +47,7 @@ private slots:
 
     void cacheWithOnlyAnUnsafeAddressGivesTheFallback()
     {
-        QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"),
-                                   "direct usb://X'$(touch /tmp/owned)'\n"));
+        QVERIFY(sandbox::writeFile(paths::lpinfoCache(), "direct usb://X'$(touch /tmp/owned)'\n"));
         ShellRecorder shell;
         Printer p;
         p.name = QStringLiteral("P");

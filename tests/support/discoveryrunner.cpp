@@ -1,4 +1,5 @@
 #include "support/discoveryrunner.h"
+#include "printer/paths.h"
 
 #include "support/handover.h"
 #include "support/sandbox.h"
@@ -13,7 +14,7 @@ namespace backends {
 
 QString folder()
 {
-    return QStringLiteral("/usr/lib/cups/backend");
+    return paths::backendFolder();
 }
 
 void clear()

@@ -235,7 +235,7 @@ void TestEndToEnd::testPageReachesTheLoopbackPrinter()
     QTRY_VERIFY2_WITH_TIMEOUT(
         QFileInfo::exists(job),
         sandbox::readFile(qEnvironmentVariable("SANDBOX_CUPS_LOG")).right(3000).constData(), 60000);
-    const QByteArray page = sandbox::readFile(QStringLiteral("/usr/share/cups/data/test.ps"));
+    const QByteArray page = sandbox::readFile(paths::postScriptTestPage());
     QVERIFY(!page.isEmpty());
     QCOMPARE(sandbox::readFile(job), page);
 }
@@ -285,11 +285,10 @@ void TestEndToEnd::editingPrinterRebuildsItsQueue()
 
     // A job still reaches the printer through the rebuilt queue.
     const int before = sandbox::loopbackJobsReceived();
-    QCOMPARE(
-        sandbox::runProgram(QStringLiteral("lp"), {QStringLiteral("-d"), name,
-                                                   QStringLiteral("/usr/share/cups/data/test.ps")})
-            .status,
-        0);
+    QCOMPARE(sandbox::runProgram(QStringLiteral("lp"),
+                                 {QStringLiteral("-d"), name, paths::postScriptTestPage()})
+                 .status,
+             0);
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(sandbox::loopbackJobPath(before + 1)), 60000);
 }
 
@@ -297,7 +296,7 @@ void TestEndToEnd::configureRunRestoresStagedPpdIntoEmptiedCupsFolder()
 {
     const QByteArray staged = sandbox::readFile(stagedPpd);
     QVERIFY(!staged.isEmpty());
-    const QDir folder(QStringLiteral("/etc/cups/ppd"));
+    const QDir folder(paths::queuePpdFolder());
     for (const QString &file : folder.entryList(QDir::Files))
         QVERIFY(QFile::remove(folder.filePath(file)));
     QVERIFY(!QFileInfo::exists(queuePpd));

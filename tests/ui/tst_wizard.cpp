@@ -2,6 +2,7 @@
 // opening on a new or stored record, the connection choice, the driver and paper sizes,
 // name checking, the summary and how the dialog ends. Runs in the sandbox, whose
 // /usr/share/ppd holds our fixture PPDs.
+#include "printer/paths.h"
 #include "ui/wizarddlg.h"
 
 #include "common/windowchrome.h"
@@ -29,12 +30,11 @@
 
 namespace {
 
-const QString pcl4Ppd =
-    QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd");
+const QString pcl4Ppd = paths::newPrinterPaperSizesPpd();
 const QString zebraPpd = QStringLiteral("/usr/share/ppd/std1/Zebra/zebra.ppd");
 const QString epsonPpd = QStringLiteral("/usr/share/ppd/std1/Epson/tm-ba-thermal-rastertotmt.ppd");
 const QString detectedDevice = QStringLiteral("usb://Acme/Laser%201?serial=42");
-const QString lpinfoCache = QStringLiteral("/tmp/.lpinfo.log");
+const QString lpinfoCache = paths::lpinfoCache();
 
 const QStringList pcl4Sizes = {"Letter", "Legal", "A4", "Executive", "A5"};
 const QStringList pcl5eSizes = {"Letter", "Legal", "A4", "Executive", "Env10"};

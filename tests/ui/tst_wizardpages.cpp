@@ -2,6 +2,7 @@
 // address, and the manufacturer, model and driver lists filled from a driver catalogue.
 // The dialog opens on the preferences page, so each test makes its page current itself
 // and then drives Next and Back.
+#include "printer/paths.h"
 #include "ui/wizarddlg.h"
 
 #include "drivers/ppdset.h"
@@ -91,7 +92,7 @@ private:
 void TestWizardPages::initTestCase()
 {
     REQUIRE_SANDBOX();
-    QVERIFY(sandbox::writeFile(QStringLiteral("/tmp/.lpinfo.log"), "direct usb://Acme/One\n"));
+    QVERIFY(sandbox::writeFile(paths::lpinfoCache(), "direct usb://Acme/One\n"));
 }
 
 void TestWizardPages::init()
