@@ -30,9 +30,9 @@
 
 namespace {
 
-constexpr int kLines = 50000;
-constexpr int kManufacturers = 50;
-constexpr int kFolders = 100;
+constexpr int lineCount = 50000;
+constexpr int manufacturerCount = 50;
+constexpr int folderCount = 100;
 
 enum Shape { RepeatedModels = 0, DistinctModels = 1 };
 
@@ -59,7 +59,7 @@ Catalogue &catalogue()
             std::exit(1);
         }
         const QString base = c->dir.path() + QStringLiteral("/ppd");
-        for (int f = 0; f < kFolders; ++f)
+        for (int f = 0; f < folderCount; ++f)
             QDir().mkpath(base + QStringLiteral("/Maker%1").arg(f));
 
         QFile db[2];
@@ -75,18 +75,18 @@ Catalogue &catalogue()
             out[shape].setDevice(&db[shape]);
             out[shape] << base << '\n';
         }
-        for (int i = 0; i < kLines; ++i) {
+        for (int i = 0; i < lineCount; ++i) {
             const QString relative =
-                QStringLiteral("Maker%1/driver-%2.ppd").arg(i % kFolders).arg(i);
+                QStringLiteral("Maker%1/driver-%2.ppd").arg(i % folderCount).arg(i);
             QFile ppd(base + '/' + relative);
             if (!ppd.open(QIODevice::WriteOnly)) {
                 std::fprintf(stderr, "cannot write %s\n", qPrintable(ppd.fileName()));
                 std::exit(1);
             }
             ppd.write("*PPD-Adobe: \"4.3\"\n");
-            const int maker = i % kManufacturers;
+            const int maker = i % manufacturerCount;
             out[RepeatedModels] << relative << ";Maker " << maker << ";Model "
-                                << (i / kManufacturers) % 200 << ";Driver " << i << " for Maker "
+                                << (i / manufacturerCount) % 200 << ";Driver " << i << " for Maker "
                                 << maker << '\n';
             out[DistinctModels] << relative << ";Maker " << maker << ";Series " << i % 97
                                 << " Model " << 1000 + i << ";Driver " << i << " for Maker "
@@ -128,12 +128,12 @@ void BM_PlainLoop(benchmark::State &state)
                 ++found;
         }
         benchmark::DoNotOptimize(found);
-        if (found != kLines)
+        if (found != lineCount)
             state.SkipWithError("not every PPD file was found");
     }
-    state.SetItemsProcessed(state.iterations() * kLines);
+    state.SetItemsProcessed(state.iterations() * lineCount);
 }
-BENCHMARK(BM_PlainLoop)->Arg(RepeatedModels)->Arg(DistinctModels)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlainLoop)->Arg(RepeatedModels)->Arg(DistinctModels)->Unit(benchmark::millisecond);
 
 void BM_PosixLoop(benchmark::State &state)
 {
@@ -162,12 +162,12 @@ void BM_PosixLoop(benchmark::State &state)
         std::free(buffer);
         std::fclose(file);
         benchmark::DoNotOptimize(found);
-        if (found != kLines)
+        if (found != lineCount)
             state.SkipWithError("not every PPD file was found");
     }
-    state.SetItemsProcessed(state.iterations() * kLines);
+    state.SetItemsProcessed(state.iterations() * lineCount);
 }
-BENCHMARK(BM_PosixLoop)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PosixLoop)->Unit(benchmark::millisecond);
 
 void BM_ReadDatabases(benchmark::State &state)
 {
@@ -179,18 +179,18 @@ void BM_ReadDatabases(benchmark::State &state)
         benchmark::DoNotOptimize(set.ppds.size());
         state.PauseTiming();
         const bool complete =
-            set.ppds.size() == kLines && set.manufacturers().size() == kManufacturers;
+            set.ppds.size() == lineCount && set.manufacturers().size() == manufacturerCount;
         releaseRecords(set);
         state.ResumeTiming();
         if (!complete)
             state.SkipWithError("the catalogue is incomplete");
     }
-    state.SetItemsProcessed(state.iterations() * kLines);
+    state.SetItemsProcessed(state.iterations() * lineCount);
 }
 BENCHMARK(BM_ReadDatabases)
     ->Arg(RepeatedModels)
     ->Arg(DistinctModels)
-    ->Unit(benchmark::kMillisecond);
+    ->Unit(benchmark::millisecond);
 
 // A catalogue read once and kept for the query benchmarks.
 PPDSet &loadedSet()
@@ -211,11 +211,11 @@ void BM_Models(benchmark::State &state)
     for (auto _ : state) {
         const QStringList models = set.models(maker);
         benchmark::DoNotOptimize(models.size());
-        if (models.size() != kLines / kManufacturers)
+        if (models.size() != lineCount / manufacturerCount)
             state.SkipWithError("wrong number of models");
     }
 }
-BENCHMARK(BM_Models)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Models)->Unit(benchmark::microsecond);
 
 void BM_Drivers(benchmark::State &state)
 {
@@ -229,7 +229,7 @@ void BM_Drivers(benchmark::State &state)
             state.SkipWithError("no drivers found");
     }
 }
-BENCHMARK(BM_Drivers)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_Drivers)->Unit(benchmark::microsecond);
 
 void BM_FindByPathLast(benchmark::State &state)
 {
@@ -242,7 +242,7 @@ void BM_FindByPathLast(benchmark::State &state)
             state.SkipWithError("the last entry was not found");
     }
 }
-BENCHMARK(BM_FindByPathLast)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FindByPathLast)->Unit(benchmark::microsecond);
 
 void BM_FindByPathMissing(benchmark::State &state)
 {
@@ -255,7 +255,7 @@ void BM_FindByPathMissing(benchmark::State &state)
             state.SkipWithError("a path differing in case was found");
     }
 }
-BENCHMARK(BM_FindByPathMissing)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FindByPathMissing)->Unit(benchmark::microsecond);
 
 // Keeps the fastest time of every benchmark while the console shows them as usual. The
 // time is the process's CPU time (user and system) per iteration: the machine the
@@ -311,7 +311,7 @@ int main(int argc, char **argv)
         std::printf("\ncatalogue %s %.2f %.2f %.3f   (readDatabases over %d lines, %s model "
                     "names: %.1f ms; plain loop %.1f ms; ratio %.2f)\n",
                     shapeName(shape), t.at(read) * 1e3, t.at(plain) * 1e3, t.at(read) / t.at(plain),
-                    kLines, shapeName(shape), t.at(read) * 1e3, t.at(plain) * 1e3,
+                    lineCount, shapeName(shape), t.at(read) * 1e3, t.at(plain) * 1e3,
                     t.at(read) / t.at(plain));
     }
     if (t.count("BM_PosixLoop") && t.count("BM_ReadDatabases/1"))
@@ -321,7 +321,7 @@ int main(int argc, char **argv)
     for (const char *query :
          {"BM_Models", "BM_Drivers", "BM_FindByPathLast", "BM_FindByPathMissing"}) {
         if (t.count(query))
-            std::printf("%s over %d entries: %.1f us per query (target < 1000)\n", query, kLines,
+            std::printf("%s over %d entries: %.1f us per query (target < 1000)\n", query, lineCount,
                         t.at(query) * 1e6);
     }
     benchmark::Shutdown();

@@ -14,9 +14,9 @@ class QFile;
 namespace fileio {
 
 // Size caps, each far above any real file of its kind.
-constexpr qint64 kSmallFileCap = qint64(1) << 20;  // records, the style sheet, the lpinfo cache
-constexpr qint64 kPpdFileCap = qint64(16) << 20;   // a driver description
-constexpr qint64 kLargeFileCap = qint64(64) << 20; // driver databases, printers.conf
+constexpr qint64 smallFileCap = qint64(1) << 20;  // records, the style sheet, the lpinfo cache
+constexpr qint64 ppdFileCap = qint64(16) << 20;   // a driver description
+constexpr qint64 largeFileCap = qint64(64) << 20; // driver databases, printers.conf
 
 struct ReadResult
 {

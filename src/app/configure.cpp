@@ -18,7 +18,7 @@ bool prepareScratchConf(const QString &uri, bool *written)
 {
     *written = false;
     const fileio::ReadResult current =
-        fileio::readRegularFileReporting(paths::printersConf(), fileio::kLargeFileCap);
+        fileio::readRegularFileReporting(paths::printersConf(), fileio::largeFileCap);
     if (!current.ok())
         return false;
     QString reason;

@@ -20,7 +20,7 @@ QString loadStyleSheet()
     // no message; a named pipe (which would keep the window from ever appearing), a
     // device or an oversized file gives no style and one line on standard error.
     const fileio::ReadResult read =
-        fileio::readRegularFileReporting(styleSheetPath(), fileio::kSmallFileCap);
+        fileio::readRegularFileReporting(styleSheetPath(), fileio::smallFileCap);
     return read.ok() ? styleSheetFromBytes(read.data) : QString();
 }
 

@@ -41,7 +41,7 @@ public:
     // grown past its cap.
     bool append(const QByteArray &chunk)
     {
-        if (m_overCap || m_bytes.size() + qint64(chunk.size()) > kBackendOutputCap) {
+        if (m_overCap || m_bytes.size() + qint64(chunk.size()) > backendOutputCap) {
             m_overCap = true;
             return false;
         }
@@ -50,7 +50,7 @@ public:
         while (next < end) {
             const void *found = std::memchr(next, '\n', size_t(end - next));
             const char *lineEnd = found ? static_cast<const char *>(found) : end;
-            if (m_lineLength + (lineEnd - next) > kBackendLineCap) {
+            if (m_lineLength + (lineEnd - next) > backendLineCap) {
                 m_overCap = true;
                 return false;
             }

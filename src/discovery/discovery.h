@@ -38,8 +38,8 @@ QList<Printer> parseBackendOutput(const QByteArray &output);
 
 // What a backend may print before it is cut off: its process is killed and it
 // contributes nothing, as one that does not finish in time.
-constexpr int kBackendLineCap = 64 * 1024;         // bytes in one line
-constexpr int kBackendOutputCap = 4 * 1024 * 1024; // bytes in all
+constexpr int backendLineCap = 64 * 1024;         // bytes in one line
+constexpr int backendOutputCap = 4 * 1024 * 1024; // bytes in all
 
 // Lists the printers the device can reach by running every CUPS backend once without
 // arguments, as CUPS does itself, on a thread of its own so that slow network probes

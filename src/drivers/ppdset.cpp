@@ -156,7 +156,7 @@ void PPDSet::readDatabases()
         // device, a huge file, a folder) counts as a missing database, with one line on
         // standard error.
         QFile file;
-        if (!fileio::openRegularFileReporting(database, fileio::kLargeFileCap, &file,
+        if (!fileio::openRegularFileReporting(database, fileio::largeFileCap, &file,
                                               QIODevice::ReadOnly | QIODevice::Text)
                  .ok())
             continue;
@@ -164,7 +164,7 @@ void PPDSet::readDatabases()
         QTextStream stream(&file);
         baseFolder = stream.readLine();
         // A file that grows while it is read is cut at the cap.
-        while (!stream.atEnd() && file.pos() <= fileio::kLargeFileCap) {
+        while (!stream.atEnd() && file.pos() <= fileio::largeFileCap) {
             stream.readLineInto(&line);
             if (!parseDriverLine(line, &fields))
                 continue;

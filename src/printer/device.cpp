@@ -85,7 +85,7 @@ QString Printer::GetPrinterDevice() const
     }
 
     // Anything but a regular file of a sane size counts as a cache that cannot be read.
-    const fileio::ReadResult read = fileio::readRegularFileReporting(cache, fileio::kSmallFileCap);
+    const fileio::ReadResult read = fileio::readRegularFileReporting(cache, fileio::smallFileCap);
     if (read.ok()) {
         const QString found = scanCacheBytes(read.data);
         if (!found.isEmpty())

@@ -30,13 +30,13 @@ void Printer::AccessProperties(zeq::PersistentProperties &properties)
 
 void Printer::set_path(const QString &path)
 {
-    file_path = path;
+    m_filePath = path;
     zeq::PersistentObject::set_path(path);
 }
 
 QString Printer::path() const
 {
-    return file_path;
+    return m_filePath;
 }
 
 QString Printer::GetName() const

@@ -66,5 +66,5 @@ public:
     bool default_vdi_printer = false;
 
 private:
-    QString file_path;
+    QString m_filePath;
 };

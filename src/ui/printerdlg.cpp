@@ -84,15 +84,15 @@ void PrinterDlg::updatePrinterList()
     lwPrinters->clear();
 
     // The list as it was becomes the previous generation; the one before it goes.
-    previousRecords = std::move(currentRecords);
-    currentRecords.clear();
-    currentRecords.reserve(size_t(printers.size()));
+    m_previousRecords = std::move(m_currentRecords);
+    m_currentRecords.clear();
+    m_currentRecords.reserve(size_t(printers.size()));
 
     // The hash's own order is the list's order; the names are deliberately not sorted.
     for (auto it = printers.cbegin(); it != printers.cend(); ++it) {
         qDebug().noquote() << "key : " + it.key();
         Printer *p = it.value();
-        currentRecords.emplace_back(p);
+        m_currentRecords.emplace_back(p);
 
         auto *item = new QListWidgetItem(itemIcons[itemIconIndex(*p)], p->name);
         item->setData(Qt::UserRole, QVariant::fromValue(static_cast<void *>(p)));
@@ -211,7 +211,7 @@ void PrinterDlg::editPrinter()
         p->Uninstall();
         p->Install();
         updatePrinterList();
-        // p belongs to the list as it was before the refresh, which previousRecords keeps.
+        // p belongs to the list as it was before the refresh, which m_previousRecords keeps.
         WaitForCUPS(p);
     }
 }

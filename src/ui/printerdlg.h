@@ -50,9 +50,9 @@ private:
     std::array<QIcon, 4> itemIcons;
     // The records behind the list. List items and the wizard hold plain pointers to
     // them, and the edit action still uses its record after the list has been rebuilt,
-    // so a record outlives the refresh that replaced it by one refresh: currentRecords
-    // are those of the list as shown, previousRecords those of the list before it. Any
+    // so a record outlives the refresh that replaced it by one refresh: m_currentRecords
+    // are those of the list as shown, m_previousRecords those of the list before it. Any
     // older generation can no longer be reached and is freed.
-    std::vector<std::unique_ptr<Printer>> currentRecords;
-    std::vector<std::unique_ptr<Printer>> previousRecords;
+    std::vector<std::unique_ptr<Printer>> m_currentRecords;
+    std::vector<std::unique_ptr<Printer>> m_previousRecords;
 };

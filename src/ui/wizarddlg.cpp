@@ -184,7 +184,7 @@ void WizardDlg::loadPaperSizes()
     cbPaperSize->clear();
     // The path comes from the record; only a regular file of at most 16 MiB is read.
     const fileio::ReadResult read =
-        fileio::readRegularFileReporting(printer->ppd, fileio::kPpdFileCap);
+        fileio::readRegularFileReporting(printer->ppd, fileio::ppdFileCap);
     if (!read.ok()) {
         qDebug() << "Cant open file";
         return;

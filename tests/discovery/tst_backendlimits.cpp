@@ -139,8 +139,8 @@ void TestBackendLimits::megabyteLineWithoutBreakIsCutOffAtOnce()
 void TestBackendLimits::lineOfExactlyTheCapStillCounts()
 {
     const QByteArray line =
-        "network socket://edge \"Edge\" \"" + QByteArray(kBackendLineCap - 31, 'd') + '"';
-    QCOMPARE(line.size(), kBackendLineCap);
+        "network socket://edge \"Edge\" \"" + QByteArray(backendLineCap - 31, 'd') + '"';
+    QCOMPARE(line.size(), backendLineCap);
     QVERIFY(backends::addPrinting(QStringLiteral("edge"), line + '\n'));
     DiscoveryRunner watch;
     Discovery &discovery = watch.discovery();
@@ -152,8 +152,8 @@ void TestBackendLimits::lineOfExactlyTheCapStillCounts()
 void TestBackendLimits::lineOneByteOverTheCapIsCutOff()
 {
     const QByteArray line =
-        "network socket://edge \"Edge\" \"" + QByteArray(kBackendLineCap - 30, 'd') + '"';
-    QCOMPARE(line.size(), kBackendLineCap + 1);
+        "network socket://edge \"Edge\" \"" + QByteArray(backendLineCap - 30, 'd') + '"';
+    QCOMPARE(line.size(), backendLineCap + 1);
     QVERIFY(backends::addPrinting(QStringLiteral("edge"),
                                   "network socket://first \"First\" \"d\"\n" + line + '\n'));
     DiscoveryRunner watch;
@@ -168,17 +168,17 @@ void TestBackendLimits::outputOverTheTotalCapIsCutOff()
 {
     // Short lines, a little more than the total cap of them, then a normal end.
     const QByteArray line = "network socket://many \"Many\" \"d\"\n";
-    const int count = kBackendOutputCap / line.size() + 1;
+    const int count = backendOutputCap / line.size() + 1;
     QVERIFY(backends::addPrinting(QStringLiteral("many"), line.repeated(count)));
     QVERIFY(backends::addPrinting(QStringLiteral("one-less"),
-                                  line.repeated(kBackendOutputCap / line.size())));
+                                  line.repeated(backendOutputCap / line.size())));
     QuietTrace quiet;
     DiscoveryRunner watch;
     Discovery &discovery = watch.discovery();
     watch.start();
     QVERIFY(watch.waitForRuns(1, runTimeoutMs));
     // "many" is cut off; "one-less" stays within the cap and counts in full.
-    QCOMPARE(discovery.printers().size(), kBackendOutputCap / line.size());
+    QCOMPARE(discovery.printers().size(), backendOutputCap / line.size());
 }
 
 void TestBackendLimits::standardErrorGoesNowhere()

@@ -22,10 +22,10 @@
 
 namespace {
 
-const QString kStyleSheet = paths::styleSheet();
-const QString kPicture = QStringLiteral(":/zeq-icons/printer/loading.png");
+const QString styleSheetFile = paths::styleSheet();
+const QString picturePath = QStringLiteral(":/zeq-icons/printer/loading.png");
 // Set for the copy of this test that runs on a two-screen X server.
-const char kTwoScreens[] = "LOADERDLG_ON_TWO_SCREENS";
+const char twoScreens[] = "LOADERDLG_ON_TWO_SCREENS";
 
 QPoint centreOf(const QRect &area, const QSize &size)
 {
@@ -104,7 +104,7 @@ void TestLoaderDlg::initTestCase()
 
 void TestLoaderDlg::init()
 {
-    sandbox::removePath(kStyleSheet);
+    sandbox::removePath(styleSheetFile);
 }
 
 void TestLoaderDlg::formHasItsThreeWidgetsAtFixedPlaces()
@@ -202,7 +202,7 @@ void TestLoaderDlg::isCentredOnScreenZeroByTheCentreFormula()
 
 void TestLoaderDlg::isCentredOnScreenZeroOfTwoScreens()
 {
-    if (qEnvironmentVariableIsSet(kTwoScreens)) {
+    if (qEnvironmentVariableIsSet(twoScreens)) {
         // The copy of this test on the two-screen server.
         const QList<QScreen *> screens = QGuiApplication::screens();
         QCOMPARE(screens.size(), 2);
@@ -222,7 +222,7 @@ void TestLoaderDlg::isCentredOnScreenZeroOfTwoScreens()
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("DISPLAY", display);
     env.insert("QT_QPA_PLATFORM", "xcb");
-    env.insert(kTwoScreens, "1");
+    env.insert(twoScreens, "1");
     copy.setProcessEnvironment(env);
     copy.setProcessChannelMode(QProcess::MergedChannels);
     copy.start(QCoreApplication::applicationFilePath(), {"isCentredOnScreenZeroOfTwoScreens"});
@@ -253,16 +253,16 @@ void TestLoaderDlg::showsTheLoadingPicture()
     LoaderDlg dlg;
     auto *picture = dlg.findChild<QLabel *>("lILoadApp");
     QVERIFY(picture);
-    if (!QFile::exists(kPicture))
+    if (!QFile::exists(picturePath))
         QSKIP("The icon set is not compiled into this build, so there is no picture to show");
     const QPixmap shown = picture->pixmap(Qt::ReturnByValue);
     QVERIFY(!shown.isNull());
-    QCOMPARE(shown.toImage(), QPixmap(kPicture).toImage());
+    QCOMPARE(shown.toImage(), QPixmap(picturePath).toImage());
 }
 
 void TestLoaderDlg::opensUnstyledWithoutStyleSheetFile()
 {
-    QVERIFY(!QFile::exists(kStyleSheet));
+    QVERIFY(!QFile::exists(styleSheetFile));
     QStringList messages;
     std::unique_ptr<LoaderDlg> made;
     {
@@ -286,7 +286,7 @@ void TestLoaderDlg::takesStyleSheetAsLatin1UpToFirstNulByte()
     QByteArray bytes = before;
     bytes.append('\0');
     bytes.append("QLabel { color: red; }");
-    QVERIFY(sandbox::writeFile(kStyleSheet, bytes));
+    QVERIFY(sandbox::writeFile(styleSheetFile, bytes));
 
     LoaderDlg dlg;
     QCOMPARE(dlg.styleSheet(), QString::fromLatin1(before));

@@ -53,17 +53,17 @@ bool openInThisProcess(const QString &path)
     return false;
 }
 
-const QString kWork = QStringLiteral("/tmp/loadertest");
-const QString kDatabase = kWork + QStringLiteral("/std1.db");
+const QString workFolder = QStringLiteral("/tmp/loadertest");
+const QString databaseFile = workFolder + QStringLiteral("/std1.db");
 
 void writeDatabase(const QStringList &files)
 {
-    QByteArray content = kWork.toUtf8() + "\n";
+    QByteArray content = workFolder.toUtf8() + "\n";
     for (const QString &file : files) {
-        QVERIFY(sandbox::writeFile(kWork + "/" + file, "*PPD-Adobe: \"4.3\"\n"));
+        QVERIFY(sandbox::writeFile(workFolder + "/" + file, "*PPD-Adobe: \"4.3\"\n"));
         content += file.toUtf8() + ";Maker " + file.left(1).toUtf8() + ";Model;Driver\n";
     }
-    QVERIFY(sandbox::writeFile(kDatabase, content));
+    QVERIFY(sandbox::writeFile(databaseFile, content));
 }
 
 } // namespace
@@ -156,7 +156,7 @@ void TestPpdSetLoader::initTestCase()
 
 void TestPpdSetLoader::init()
 {
-    sandbox::removePath(kWork);
+    sandbox::removePath(workFolder);
     messages->clear();
 }
 
@@ -175,7 +175,7 @@ void TestPpdSetLoader::cleanup()
 PPDSet *TestPpdSetLoader::newSet()
 {
     m_sets.append(new PPDSet);
-    m_sets.last()->addDatabase(kDatabase);
+    m_sets.last()->addDatabase(databaseFile);
     return m_sets.last();
 }
 
@@ -223,8 +223,8 @@ void TestPpdSetLoader::loadReturnsBeforeAnyFileIsRead()
     QVERIFY(!handover::heldTooLong());
     QVERIFY(set->loaded);
     QCOMPARE(set->ppds.size(), 2);
-    QCOMPARE(set->ppds.at(0)->path, kWork + "/a.ppd");
-    QCOMPARE(set->ppds.at(1)->path, kWork + "/b.ppd");
+    QCOMPARE(set->ppds.at(0)->path, workFolder + "/a.ppd");
+    QCOMPARE(set->ppds.at(1)->path, workFolder + "/b.ppd");
 }
 
 void TestPpdSetLoader::completedArrivesLaterOnTheGuiThread()
@@ -320,14 +320,14 @@ void TestPpdSetLoader::destroyedWhileLoadingWaitsForTheLoad()
     // does not, each looked up on the file system. The loader is destroyed as soon as the
     // worker has the database open, so its load is certainly running. (A named pipe would
     // block the worker for as long as needed, but the catalogue reads only regular files.)
-    QVERIFY(QDir().mkpath(kWork));
-    QByteArray content = kWork.toUtf8() + "\n";
+    QVERIFY(QDir().mkpath(workFolder));
+    QByteArray content = workFolder.toUtf8() + "\n";
     for (const char *file : {"a.ppd", "b.ppd", "c.ppd"}) {
-        QVERIFY(sandbox::writeFile(kWork + "/" + file, "*PPD-Adobe: \"4.3\"\n"));
+        QVERIFY(sandbox::writeFile(workFolder + "/" + file, "*PPD-Adobe: \"4.3\"\n"));
         content += QByteArray(file) + ";HP;Model;Driver\n";
     }
     content += QByteArray("missing.ppd;HP;Model;Driver\n").repeated(300000);
-    QVERIFY(sandbox::writeFile(kDatabase, content));
+    QVERIFY(sandbox::writeFile(databaseFile, content));
     PPDSet *set = newSet();
     LoaderWatch completion;
 
@@ -339,7 +339,7 @@ void TestPpdSetLoader::destroyedWhileLoadingWaitsForTheLoad()
     QElapsedTimer waiting;
     waiting.start();
     while (!reading && waiting.elapsed() < 20000) {
-        reading = openInThisProcess(kDatabase);
+        reading = openInThisProcess(databaseFile);
         if (!reading)
             QThread::msleep(1);
     }

@@ -12,7 +12,7 @@
 namespace {
 
 const QString dir = QStringLiteral("/tmp/hostile");
-constexpr int kFileCap = 1 << 20;
+constexpr int fileCap = 1 << 20;
 
 class Item final : public zeq::PersistentObject
 {
@@ -111,16 +111,16 @@ private slots:
     {
         const QString path = dir + QStringLiteral("/big.pr");
         QByteArray content = "text=";
-        content += QByteArray(kFileCap - content.size() - 1, 'v');
+        content += QByteArray(fileCap - content.size() - 1, 'v');
         content += "\n"; // exactly the cap
         QVERIFY(sandbox::writeFile(path, content));
         const Loaded atCap = loadInChild(path);
         QCOMPARE(atCap.loaded, true);
-        QCOMPARE(atCap.text.size(), kFileCap - 6);
+        QCOMPARE(atCap.text.size(), fileCap - 6);
         QCOMPARE(atCap.errors, QString());
 
         QVERIFY(sandbox::writeFile(path, content + "x"));
-        verifyRefused(path, QStringLiteral("larger than %1 bytes").arg(kFileCap));
+        verifyRefused(path, QStringLiteral("larger than %1 bytes").arg(fileCap));
     }
 
     void missingRecordLoadsDefaultsSilently()

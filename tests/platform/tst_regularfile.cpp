@@ -92,7 +92,7 @@ private slots:
         fileio::ReadResult result;
         {
             Watchdog guard("reading /dev/zero through a link");
-            result = fileio::readRegularFile(at("zero"), fileio::kLargeFileCap);
+            result = fileio::readRegularFile(at("zero"), fileio::largeFileCap);
         }
         QVERIFY(timer.elapsed() < 1000);
         QCOMPARE(result.status, fileio::ReadResult::Refused);
@@ -107,10 +107,10 @@ private slots:
 
     void fileOneByteOverTheCapIsRefused()
     {
-        QVERIFY(makeSparse(at("big"), fileio::kLargeFileCap + 1));
+        QVERIFY(makeSparse(at("big"), fileio::largeFileCap + 1));
         QElapsedTimer timer;
         timer.start();
-        const fileio::ReadResult result = fileio::readRegularFile(at("big"), fileio::kLargeFileCap);
+        const fileio::ReadResult result = fileio::readRegularFile(at("big"), fileio::largeFileCap);
         QVERIFY(timer.elapsed() < 1000);
         QCOMPARE(result.status, fileio::ReadResult::Refused);
         QCOMPARE(result.reason, QStringLiteral("larger than 67108864 bytes"));
@@ -118,11 +118,11 @@ private slots:
 
     void fileOfExactlyTheCapIsRead()
     {
-        QVERIFY(makeSparse(at("full"), fileio::kSmallFileCap));
+        QVERIFY(makeSparse(at("full"), fileio::smallFileCap));
         const fileio::ReadResult result =
-            fileio::readRegularFile(at("full"), fileio::kSmallFileCap);
+            fileio::readRegularFile(at("full"), fileio::smallFileCap);
         QCOMPARE(result.status, fileio::ReadResult::Ok);
-        QCOMPARE(result.data, QByteArray(int(fileio::kSmallFileCap), '\0'));
+        QCOMPARE(result.data, QByteArray(int(fileio::smallFileCap), '\0'));
     }
 
     void refusedFileIsReportedOnceWithItsPathAndReason()
@@ -154,13 +154,13 @@ private slots:
     {
         QVERIFY(makeFifo(at("fifo")));
         QVERIFY(QFile::link(QStringLiteral("/dev/zero"), at("zero")));
-        QVERIFY(makeSparse(at("big"), fileio::kLargeFileCap + 1));
+        QVERIFY(makeSparse(at("big"), fileio::largeFileCap + 1));
         StderrCapture err;
         for (const char *name : {"fifo", "zero", "big"}) {
             QFile file;
             Watchdog guard("opening a hostile file as a stream");
             QCOMPARE(
-                fileio::openRegularFileReporting(at(name), fileio::kLargeFileCap, &file).status,
+                fileio::openRegularFileReporting(at(name), fileio::largeFileCap, &file).status,
                 fileio::ReadResult::Refused);
             QVERIFY(!file.isOpen());
         }

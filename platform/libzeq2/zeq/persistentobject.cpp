@@ -25,11 +25,11 @@ namespace {
 // target. The leading dot and the random end keep the temporary out of any pattern a
 // caller enumerates ("*.pr"); the writer's process id tells a temporary that is still
 // being written from one left behind by a writer that was killed.
-const char kTemporaryPrefix[] = ".zeq-commit-";
+const char temporaryPrefix[] = ".zeq-commit-";
 
 QByteArray temporaryTemplate(const QString &folder)
 {
-    return QFile::encodeName(folder) + '/' + kTemporaryPrefix + QByteArray::number(getpid()) +
+    return QFile::encodeName(folder) + '/' + temporaryPrefix + QByteArray::number(getpid()) +
            "-XXXXXX";
 }
 
@@ -87,7 +87,7 @@ bool PersistentObject::Load()
     bool loaded = false;
     if (!m_path.isEmpty()) {
         const fileio::ReadResult file =
-            fileio::readRegularFileReporting(m_path, fileio::kSmallFileCap);
+            fileio::readRegularFileReporting(m_path, fileio::smallFileCap);
         if (file.ok()) {
             propertyformat::parse(file.data, properties);
             loaded = true;
