@@ -187,10 +187,7 @@ void BM_ReadDatabases(benchmark::State &state)
     }
     state.SetItemsProcessed(state.iterations() * lineCount);
 }
-BENCHMARK(BM_ReadDatabases)
-    ->Arg(RepeatedModels)
-    ->Arg(DistinctModels)
-    ->Unit(benchmark::millisecond);
+BENCHMARK(BM_ReadDatabases)->Arg(RepeatedModels)->Arg(DistinctModels)->Unit(benchmark::millisecond);
 
 // A catalogue read once and kept for the query benchmarks.
 PPDSet &loadedSet()

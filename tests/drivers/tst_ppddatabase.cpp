@@ -125,7 +125,7 @@ PPDSet *TestPpdDatabase::readCatalogue(const QStringList &databases)
 void TestPpdDatabase::entryKeptOnlyWhenItsFileExists()
 {
     QVERIFY(sandbox::writeFile(std1Db, "/usr/share/ppd/std1\n"
-                                        "Generic/x.ppd;Generic;Text;Raw\n"));
+                                       "Generic/x.ppd;Generic;Text;Raw\n"));
     PPDSet *before = readCatalogue({std1Db});
     QVERIFY(loadedEmpty(before));
 
@@ -147,10 +147,10 @@ void TestPpdDatabase::linesWithFiveOrThreeFieldsAreIgnored()
 {
     touchInWork({"a.ppd", "b.ppd", "c.ppd"});
     QVERIFY(sandbox::writeFile(std1Db, inWork("a.ppd;HP;LaserJet;PCL; v2\n"
-                                               "b.ppd;HP;LaserJet\n"
-                                               "# c.ppd is the only good line\n"
-                                               "\n"
-                                               "c.ppd;Kyocera;FS;KPDL\n")));
+                                              "b.ppd;HP;LaserJet\n"
+                                              "# c.ppd is the only good line\n"
+                                              "\n"
+                                              "c.ppd;Kyocera;FS;KPDL\n")));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, workFolder + "/c.ppd");
@@ -161,8 +161,8 @@ void TestPpdDatabase::emptyFieldsBecomeUnknownAndUnknownIsListedOnce()
 {
     touchInWork({"x.ppd", "y.ppd", "z.ppd"});
     QVERIFY(sandbox::writeFile(std1Db, inWork("x.ppd;;;\n"
-                                               "y.ppd;;Some model;drv\n"
-                                               "z.ppd;Unknown;;\n")));
+                                              "y.ppd;;Some model;drv\n"
+                                              "z.ppd;Unknown;;\n")));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->ppds.size(), 3);
     const PPD *x = set->ppds.at(0);
@@ -179,9 +179,9 @@ void TestPpdDatabase::missingAddedDatabaseLeavesDeviceDatabaseEntries()
 {
     touch("/usr/share/ppd/std1/Generic/x.ppd");
     QVERIFY(sandbox::writeFile(std1Db, "/usr/share/ppd/std1\n"
-                                        "Generic/x.ppd;Generic;Text;Raw\n"
-                                        "HP/HP-OfficeJet_Pro_1175C-pcl3.ppd;HP;OfficeJet Pro "
-                                        "1175C;HP OfficeJet Pro 1175C pcl3\n"));
+                                       "Generic/x.ppd;Generic;Text;Raw\n"
+                                       "HP/HP-OfficeJet_Pro_1175C-pcl3.ppd;HP;OfficeJet Pro "
+                                       "1175C;HP OfficeJet Pro 1175C pcl3\n"));
     QVERIFY(!QFile::exists(addedDb));
     PPDSet *set = readCatalogue({std1Db, addedDb});
     QVERIFY(set->loaded);
@@ -198,8 +198,8 @@ void TestPpdDatabase::modelsRepeatPerDriverAndDriversKeepFileOrder()
     touch(workFolder + "/HP/dj.ppd");
     touch(workFolder + "/HP/lj4-ps.ppd");
     QVERIFY(sandbox::writeFile(std1Db, inWork("HP/lj4-pcl.ppd;HP;LaserJet 4;HP LaserJet 4 PCL\n"
-                                               "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
-                                               "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n")));
+                                              "HP/dj.ppd;HP;DeskJet;HP DeskJet\n"
+                                              "HP/lj4-ps.ppd;HP;LaserJet 4;HP LaserJet 4 PS\n")));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->models("HP"), QStringList({"LaserJet 4", "DeskJet", "LaserJet 4"}));
     QCOMPARE(set->models("HP").count("LaserJet 4"), 2);
@@ -259,8 +259,8 @@ void TestPpdDatabase::secondReadDoublesEntriesButNotManufacturers()
 {
     touchInWork({"a.ppd", "b.ppd", "c.ppd"});
     QVERIFY(sandbox::writeFile(std1Db, inWork("a.ppd;HP;A;PCL\n"
-                                               "b.ppd;Epson;B;ESC/POS\n"
-                                               "c.ppd;HP;C;PS\n")));
+                                              "b.ppd;Epson;B;ESC/POS\n"
+                                              "c.ppd;HP;C;PS\n")));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->ppds.size(), 3);
     QCOMPARE(sorted(set->manufacturers()), QStringList({"Epson", "HP"}));
@@ -305,7 +305,8 @@ void TestPpdDatabase::baseFolderIsUsedExactlyAsWritten()
 void TestPpdDatabase::windowsLineEndsAreAccepted()
 {
     touchInWork({"a.ppd", "b.ppd"});
-    QVERIFY(sandbox::writeFile(std1Db, workFolder.toUtf8() + "\r\na.ppd;HP;A;PCL\r\nb.ppd;HP;B;PS"));
+    QVERIFY(
+        sandbox::writeFile(std1Db, workFolder.toUtf8() + "\r\na.ppd;HP;A;PCL\r\nb.ppd;HP;B;PS"));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->ppds.size(), 2);
     QCOMPARE(set->ppds.at(0)->path, workFolder + "/a.ppd");
@@ -319,7 +320,7 @@ void TestPpdDatabase::existenceFollowsLinks()
     QVERIFY(QFile::link(workFolder + "/real.ppd", workFolder + "/good-link.ppd"));
     QVERIFY(QFile::link(workFolder + "/missing.ppd", workFolder + "/dangling-link.ppd"));
     QVERIFY(sandbox::writeFile(std1Db, inWork("dangling-link.ppd;HP;Dangling;x\n"
-                                               "good-link.ppd;HP;Good;y\n")));
+                                              "good-link.ppd;HP;Good;y\n")));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->ppds.size(), 1);
     QCOMPARE(set->ppds.first()->path, workFolder + "/good-link.ppd");
@@ -354,9 +355,10 @@ void TestPpdDatabase::onlyTheFirstLineIsTheBaseFolder()
     // from an empty base) but, being first, names the base folder. A later folder-like
     // line does not replace it, so the last line composes "<first line>/a.ppd", which
     // does not exist; read any other way, one of the lines would find a.ppd.
-    QVERIFY(sandbox::writeFile(std1Db, workFolder.mid(1).toUtf8() + "/a.ppd;HP;A;x\n" + workFolder.toUtf8() +
-                                            "\n"
-                                            "a.ppd;HP;A;x\n"));
+    QVERIFY(sandbox::writeFile(std1Db, workFolder.mid(1).toUtf8() + "/a.ppd;HP;A;x\n" +
+                                           workFolder.toUtf8() +
+                                           "\n"
+                                           "a.ppd;HP;A;x\n"));
     PPDSet *set = readCatalogue({std1Db});
     QVERIFY(loadedEmpty(set));
 }
@@ -366,10 +368,10 @@ void TestPpdDatabase::namesDifferingInCaseOrBlanksStayApart()
     for (const char *file : {"1.ppd", "2.ppd", "3.ppd", "4.ppd", "5.ppd"})
         touch(workFolder + "/" + file);
     QVERIFY(sandbox::writeFile(std1Db, inWork("1.ppd;HP;LaserJet;a\n"
-                                               "2.ppd;hp;LaserJet;b\n"
-                                               "3.ppd;HP ;laserjet;c\n"
-                                               "4.ppd;HP;LaserJet;d\n"
-                                               "5.ppd;HP;LaserJet ;e\n")));
+                                              "2.ppd;hp;LaserJet;b\n"
+                                              "3.ppd;HP ;laserjet;c\n"
+                                              "4.ppd;HP;LaserJet;d\n"
+                                              "5.ppd;HP;LaserJet ;e\n")));
     PPDSet *set = readCatalogue({std1Db});
     QCOMPARE(set->ppds.size(), 5);
     QCOMPARE(sorted(set->manufacturers()), QStringList({"HP", "HP ", "hp"}));

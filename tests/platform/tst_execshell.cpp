@@ -18,8 +18,8 @@ private slots:
     {
         sandbox::removePath(QStringLiteral("/tmp/out"));
         // A pipe, a redirection and a quoted argument: only a shell understands them all.
-        const int status = zeq::System::ExecShell(
-            QStringLiteral("printf '%s\\n' 'a b' | tr a-z A-Z >/tmp/out; sleep 0.2; echo done >>/tmp/out"));
+        const int status = zeq::System::ExecShell(QStringLiteral(
+            "printf '%s\\n' 'a b' | tr a-z A-Z >/tmp/out; sleep 0.2; echo done >>/tmp/out"));
         QCOMPARE(status, 0);
         QCOMPARE(sandbox::readFile(QStringLiteral("/tmp/out")), QByteArray("A B\ndone\n"));
     }

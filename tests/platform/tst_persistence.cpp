@@ -94,7 +94,8 @@ private slots:
         QVERIFY(a.Commit());
         a.text = QStringLiteral("short");
         QVERIFY(a.Commit());
-        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("a.pr")});
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden),
+                 QStringList{QStringLiteral("a.pr")});
         Item b;
         b.set_path(a.path());
         b.Load();
@@ -186,7 +187,7 @@ private slots:
     void enumOfMissingFolderIsEmpty()
     {
         QVERIFY(zeq::PersistentProperties::EnumPropertyFiles(dir + QStringLiteral("/none"),
-                                                              QStringLiteral("*.pr"))
+                                                             QStringLiteral("*.pr"))
                     .isEmpty());
     }
 
@@ -209,7 +210,8 @@ private slots:
     {
         // Exactly the size cap of a record file; one byte more is refused.
         const QByteArray big((1 << 20) - int(sizeof "text=\nflag=false\n") + 1, 'v');
-        QVERIFY(sandbox::writeFile(dir + QStringLiteral("/big.pr"), "text=" + big + "\nflag=false\n"));
+        QVERIFY(
+            sandbox::writeFile(dir + QStringLiteral("/big.pr"), "text=" + big + "\nflag=false\n"));
         Item a;
         a.set_path(dir + QStringLiteral("/big.pr"));
         QVERIFY(a.Load());

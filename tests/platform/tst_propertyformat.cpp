@@ -35,9 +35,12 @@ private slots:
         QTest::newRow("backslashes") << QStringLiteral("C:\\temp\\n \\u0041 \\");
         QTest::newRow("hash at start") << QStringLiteral("# not a comment");
         QTest::newRow("non-ascii") << QStringLiteral("Drucker Büro – 東京 🖨");
-        QTest::newRow("control chars") << QString::fromUtf16(u"a\tb\x01" "c\x7f" "d");
+        QTest::newRow("control chars") << QString::fromUtf16(u"a\tb\x01"
+                                                             "c\x7f"
+                                                             "d");
         QTest::newRow("nul char") << QString(QChar(0)) + QStringLiteral("x");
-        QTest::newRow("lone surrogate") << QString(QChar(0xd800)) + QStringLiteral("x") + QChar(0xdc00);
+        QTest::newRow("lone surrogate")
+            << QString(QChar(0xd800)) + QStringLiteral("x") + QChar(0xdc00);
     }
     void roundTripsAnyText()
     {

@@ -119,8 +119,7 @@ private slots:
     void fileOfExactlyTheCapIsRead()
     {
         QVERIFY(makeSparse(at("full"), fileio::smallFileCap));
-        const fileio::ReadResult result =
-            fileio::readRegularFile(at("full"), fileio::smallFileCap);
+        const fileio::ReadResult result = fileio::readRegularFile(at("full"), fileio::smallFileCap);
         QCOMPARE(result.status, fileio::ReadResult::Ok);
         QCOMPARE(result.data, QByteArray(int(fileio::smallFileCap), '\0'));
     }
@@ -159,9 +158,8 @@ private slots:
         for (const char *name : {"fifo", "zero", "big"}) {
             QFile file;
             Watchdog guard("opening a hostile file as a stream");
-            QCOMPARE(
-                fileio::openRegularFileReporting(at(name), fileio::largeFileCap, &file).status,
-                fileio::ReadResult::Refused);
+            QCOMPARE(fileio::openRegularFileReporting(at(name), fileio::largeFileCap, &file).status,
+                     fileio::ReadResult::Refused);
             QVERIFY(!file.isOpen());
         }
         QCOMPARE(err.diagnostics().size(), 3);
