@@ -133,7 +133,7 @@ void BM_PlainLoop(benchmark::State &state)
     }
     state.SetItemsProcessed(state.iterations() * lineCount);
 }
-BENCHMARK(BM_PlainLoop)->Arg(RepeatedModels)->Arg(DistinctModels)->Unit(benchmark::millisecond);
+BENCHMARK(BM_PlainLoop)->Arg(RepeatedModels)->Arg(DistinctModels)->Unit(benchmark::kMillisecond);
 
 void BM_PosixLoop(benchmark::State &state)
 {
@@ -167,7 +167,7 @@ void BM_PosixLoop(benchmark::State &state)
     }
     state.SetItemsProcessed(state.iterations() * lineCount);
 }
-BENCHMARK(BM_PosixLoop)->Unit(benchmark::millisecond);
+BENCHMARK(BM_PosixLoop)->Unit(benchmark::kMillisecond);
 
 void BM_ReadDatabases(benchmark::State &state)
 {
@@ -187,7 +187,10 @@ void BM_ReadDatabases(benchmark::State &state)
     }
     state.SetItemsProcessed(state.iterations() * lineCount);
 }
-BENCHMARK(BM_ReadDatabases)->Arg(RepeatedModels)->Arg(DistinctModels)->Unit(benchmark::millisecond);
+BENCHMARK(BM_ReadDatabases)
+    ->Arg(RepeatedModels)
+    ->Arg(DistinctModels)
+    ->Unit(benchmark::kMillisecond);
 
 // A catalogue read once and kept for the query benchmarks.
 PPDSet &loadedSet()
@@ -212,7 +215,7 @@ void BM_Models(benchmark::State &state)
             state.SkipWithError("wrong number of models");
     }
 }
-BENCHMARK(BM_Models)->Unit(benchmark::microsecond);
+BENCHMARK(BM_Models)->Unit(benchmark::kMicrosecond);
 
 void BM_Drivers(benchmark::State &state)
 {
@@ -226,7 +229,7 @@ void BM_Drivers(benchmark::State &state)
             state.SkipWithError("no drivers found");
     }
 }
-BENCHMARK(BM_Drivers)->Unit(benchmark::microsecond);
+BENCHMARK(BM_Drivers)->Unit(benchmark::kMicrosecond);
 
 void BM_FindByPathLast(benchmark::State &state)
 {
@@ -239,7 +242,7 @@ void BM_FindByPathLast(benchmark::State &state)
             state.SkipWithError("the last entry was not found");
     }
 }
-BENCHMARK(BM_FindByPathLast)->Unit(benchmark::microsecond);
+BENCHMARK(BM_FindByPathLast)->Unit(benchmark::kMicrosecond);
 
 void BM_FindByPathMissing(benchmark::State &state)
 {
@@ -252,7 +255,7 @@ void BM_FindByPathMissing(benchmark::State &state)
             state.SkipWithError("a path differing in case was found");
     }
 }
-BENCHMARK(BM_FindByPathMissing)->Unit(benchmark::microsecond);
+BENCHMARK(BM_FindByPathMissing)->Unit(benchmark::kMicrosecond);
 
 // Keeps the fastest time of every benchmark while the console shows them as usual. The
 // time is the process's CPU time (user and system) per iteration: the machine the
