@@ -7,6 +7,7 @@
 #include "drivers/ppdset.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 #include "support/stderrcapture.h"
@@ -69,10 +70,7 @@ bool isFreshRegularFile(const QString &path)
 
 Printer withUri(const QString &uri)
 {
-    Printer p;
-    p.name = QStringLiteral("Office");
-    p.device_uri = uri;
-    return p;
+    return printerWithUri(QStringLiteral("Office"), uri);
 }
 
 } // namespace

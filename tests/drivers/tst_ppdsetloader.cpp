@@ -172,6 +172,15 @@ void TestPpdSetLoader::cleanup()
     QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join('\n')));
 }
 
+// Watches the loader's completed() and asks it to load the set, with the worker held
+// (handover::holdNext) until the test calls handover::release().
+void startHeldLoad(PPDSetLoader &loader, PPDSet *set, LoaderWatch &completion)
+{
+    completion.watch(&loader);
+    handover::holdNext(&loader);
+    loader.load(set);
+}
+
 PPDSet *TestPpdSetLoader::newSet()
 {
     m_sets.append(new PPDSet);
@@ -203,12 +212,8 @@ void TestPpdSetLoader::loadReturnsBeforeAnyFileIsRead()
 {
     PPDSet *set = newSet();
     LoaderWatch completion;
-
     PPDSetLoader loader;
-    completion.watch(&loader);
-    handover::holdNext(&loader);
-
-    loader.load(set);
+    startHeldLoad(loader, set, completion);
     // load() has returned while the worker is held: nothing is read yet.
     QVERIFY(!set->loaded);
     QVERIFY(set->ppds.isEmpty());
@@ -273,12 +278,8 @@ void TestPpdSetLoader::secondLoadReadsTheDatabasesAgain()
     writeDatabase({"a.ppd", "b.ppd"});
     PPDSet *set = newSet();
     LoaderWatch completion;
-
     PPDSetLoader loader;
-    completion.watch(&loader);
-
-    handover::holdNext(&loader);
-    loader.load(set);
+    startHeldLoad(loader, set, completion);
     handover::release();
     QTRY_COMPARE(completion.emitted(), 1);
     QCOMPARE(set->ppds.size(), 2);

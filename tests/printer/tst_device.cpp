@@ -1,6 +1,7 @@
 #include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -11,10 +12,7 @@ const QString cache = paths::lpinfoCache();
 
 Printer withUri(const QString &uri)
 {
-    Printer p;
-    p.name = QStringLiteral("P");
-    p.device_uri = uri;
-    return p;
+    return printerWithUri(QStringLiteral("P"), uri);
 }
 } // namespace
 

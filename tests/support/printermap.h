@@ -45,6 +45,15 @@ struct PrinterMap
     }
 };
 
+// A record with just a name and a device address, as device detection reads it.
+inline Printer printerWithUri(const QString &name, const QString &uri)
+{
+    Printer p;
+    p.name = name;
+    p.device_uri = uri;
+    return p;
+}
+
 // The record's eight stored values as "key=value" texts, to compare two records field by
 // field in one check.
 inline QStringList recordFields(const Printer &p)
