@@ -7,6 +7,7 @@
 
 #include "ui/wizarddlg.h"
 
+#include <QBuffer>
 #include <QTextStream>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -14,12 +15,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fuzzsupport::silenceTraceLines();
     const QByteArray input = fuzzsupport::bytes(data, size);
 
-    QTextStream ppd(input, QIODevice::ReadOnly);
-    const QStringList sizes = paperSizesFromPpd(ppd);
-    FUZZ_CHECK(ppd.atEnd());
+    // The wizard hands over the file's bytes, read as a text file.
+    const QStringList sizes = paperSizesFromPpd(input);
 
-    // The same file read line by line again: one size per "*PageSize" line, in order.
-    QTextStream again(input, QIODevice::ReadOnly);
+    // The same file read line by line again, as a text file (line ends "\n", "\r\n"):
+    // one size per "*PageSize" line, in order.
+    QByteArray bytes = input;
+    QBuffer file(&bytes);
+    file.open(QIODevice::ReadOnly | QIODevice::Text);
+    QTextStream again(&file);
     int index = 0;
     QString line;
     while (again.readLineInto(&line)) {
