@@ -23,16 +23,44 @@ QString tooLarge(qint64 maxBytes)
     return QStringLiteral("larger than %1 bytes").arg(maxBytes);
 }
 
-} // namespace
+enum class Trust { Any, Ours };
 
-int openRegularFile(const QString &path, QString *reason)
+bool ownedByUs(const struct stat &st)
+{
+    return st.st_uid == 0 || st.st_uid == ::geteuid();
+}
+
+// Nobody but the owner (us or root) and root's group may write.
+bool writableByOthers(const struct stat &st)
+{
+    return (st.st_mode & S_IWOTH) != 0 || ((st.st_mode & S_IWGRP) != 0 && st.st_gid != 0);
+}
+
+QString untrustedReason(const struct stat &st)
+{
+    if (!ownedByUs(st))
+        return QStringLiteral("owned by user %1").arg(st.st_uid);
+    if (writableByOthers(st))
+        return QStringLiteral("writable by others (mode %1)")
+            .arg(st.st_mode & 07777, 4, 8, QLatin1Char('0'));
+    if (st.st_nlink != 1)
+        return QStringLiteral("has %1 names (hard links)").arg(st.st_nlink);
+    return QString();
+}
+
+int openFile(const QString &path, Trust trust, QString *reason)
 {
     reason->clear();
     const QByteArray name = QFile::encodeName(path);
     // O_NONBLOCK: opening a named pipe with no writer would otherwise wait forever.
-    const int fd = ::open(name.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    int flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    if (trust == Trust::Ours)
+        flags |= O_NOFOLLOW;
+    const int fd = ::open(name.constData(), flags);
     if (fd < 0) {
-        if (errno != ENOENT)
+        if (errno == ELOOP && trust == Trust::Ours)
+            *reason = QStringLiteral("a symbolic link");
+        else if (errno != ENOENT)
             *reason = errnoText(errno);
         return -1;
     }
@@ -47,14 +75,21 @@ int openRegularFile(const QString &path, QString *reason)
         ::close(fd);
         return -1;
     }
+    if (trust == Trust::Ours) {
+        *reason = untrustedReason(st);
+        if (!reason->isEmpty()) {
+            ::close(fd);
+            return -1;
+        }
+    }
     return fd;
 }
 
-ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile *file,
-                                    QIODevice::OpenMode mode)
+ReadResult openForStream(const QString &path, Trust trust, qint64 maxBytes, QFile *file,
+                         QIODevice::OpenMode mode)
 {
     ReadResult result;
-    const int fd = openRegularFile(path, &result.reason);
+    const int fd = openFile(path, trust, &result.reason);
     if (fd < 0) {
         result.status = result.reason.isEmpty() ? ReadResult::Missing : ReadResult::Refused;
     } else {
@@ -80,16 +115,22 @@ ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile 
     return result;
 }
 
-ReadResult readRegularFile(const QString &path, qint64 maxBytes)
+ReadResult readWhole(const QString &path, Trust trust, qint64 maxBytes)
 {
     ReadResult result;
-    const int fd = openRegularFile(path, &result.reason);
+    const int fd = openFile(path, trust, &result.reason);
     if (fd < 0) {
         result.status = result.reason.isEmpty() ? ReadResult::Missing : ReadResult::Refused;
         return result;
     }
     struct stat st;
-    if (::fstat(fd, &st) == 0 && st.st_size > maxBytes) {
+    if (::fstat(fd, &st) != 0) {
+        result.status = ReadResult::Refused;
+        result.reason = errnoText(errno);
+        ::close(fd);
+        return result;
+    }
+    if (st.st_size > maxBytes) {
         ::close(fd);
         result.status = ReadResult::Refused;
         result.reason = tooLarge(maxBytes);
@@ -122,7 +163,97 @@ ReadResult readRegularFile(const QString &path, qint64 maxBytes)
     ::close(fd);
     result.status = ReadResult::Ok;
     result.data = data;
+    result.attributes.mode = int(st.st_mode & 07777);
+    result.attributes.ownerId = int(st.st_uid);
+    result.attributes.groupId = int(st.st_gid);
     return result;
+}
+
+ReadResult reported(const QString &path, ReadResult result)
+{
+    if (result.status == ReadResult::Refused)
+        reportUnreadable(path, result.reason);
+    return result;
+}
+
+} // namespace
+
+int openRegularFile(const QString &path, QString *reason)
+{
+    return openFile(path, Trust::Any, reason);
+}
+
+ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile *file,
+                                    QIODevice::OpenMode mode)
+{
+    return openForStream(path, Trust::Any, maxBytes, file, mode);
+}
+
+ReadResult openTrustedFileReporting(const QString &path, qint64 maxBytes, QFile *file,
+                                    QIODevice::OpenMode mode)
+{
+    return openForStream(path, Trust::Ours, maxBytes, file, mode);
+}
+
+ReadResult readRegularFile(const QString &path, qint64 maxBytes)
+{
+    return readWhole(path, Trust::Any, maxBytes);
+}
+
+ReadResult readTrustedFile(const QString &path, qint64 maxBytes)
+{
+    return readWhole(path, Trust::Ours, maxBytes);
+}
+
+ReadResult readTrustedFileReporting(const QString &path, qint64 maxBytes)
+{
+    return reported(path, readTrustedFile(path, maxBytes));
+}
+
+namespace {
+
+// Why the folder part at path may not be trusted, or an empty text. last: path is the
+// folder asked about rather than one above it.
+QString folderFault(const QString &path, bool last, bool *missing)
+{
+    struct stat st;
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0) {
+        *missing = errno == ENOENT;
+        return *missing ? QString() : errnoText(errno);
+    }
+    if (S_ISLNK(st.st_mode))
+        return QStringLiteral("a symbolic link");
+    if (!S_ISDIR(st.st_mode))
+        return QStringLiteral("not a folder");
+    if (!ownedByUs(st))
+        return QStringLiteral("owned by user %1").arg(st.st_uid);
+    // A sticky folder above (/tmp) lets others add entries, never replace ours.
+    if (writableByOthers(st) && ((st.st_mode & S_ISVTX) == 0 || last))
+        return QStringLiteral("writable by others (mode %1)")
+            .arg(st.st_mode & 07777, 4, 8, QLatin1Char('0'));
+    return QString();
+}
+
+} // namespace
+
+bool trustedFolder(const QString &folder, QString *reason)
+{
+    const QStringList parts = folder.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    QStringList paths{QStringLiteral("/")};
+    QString path;
+    for (const QString &part : parts)
+        paths.append(path += QLatin1Char('/') + part);
+    for (int i = 0; i < paths.size(); ++i) {
+        bool missing = false;
+        const QString fault = folderFault(paths.at(i), i == paths.size() - 1, &missing);
+        if (missing)
+            return true; // the rest does not exist either; we make it when needed
+        if (!fault.isEmpty()) {
+            *reason = QStringLiteral("%1 is %2").arg(paths.at(i), fault);
+            return false;
+        }
+    }
+    return true;
 }
 
 void report(const QString &message)
@@ -138,10 +269,7 @@ void reportUnreadable(const QString &path, const QString &reason)
 
 ReadResult readRegularFileReporting(const QString &path, qint64 maxBytes)
 {
-    ReadResult result = readRegularFile(path, maxBytes);
-    if (result.status == ReadResult::Refused)
-        reportUnreadable(path, result.reason);
-    return result;
+    return reported(path, readRegularFile(path, maxBytes));
 }
 
 bool createFreshFile(const QString &path, QString *reason)
@@ -162,7 +290,13 @@ bool createFreshFile(const QString &path, QString *reason)
     return true;
 }
 
-bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode)
+namespace {
+
+// Makes path afresh (see createFreshFile) and writes data into it. With exact, the file
+// is first made readable by us alone and then given exact's owner, group and mode,
+// before any data is written; without, it is made with createMode under the umask.
+bool writeFresh(const QString &path, const QByteArray &data, QString *reason, int createMode,
+                const FileAttributes *exact, QString *warning)
 {
     const QByteArray name = QFile::encodeName(path);
     if (::unlink(name.constData()) != 0 && errno != ENOENT) {
@@ -170,14 +304,28 @@ bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason
         return false;
     }
     const int fd = ::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                          mode_t(mode));
+                          mode_t(exact ? 0600 : createMode));
     if (fd < 0) {
         *reason = errnoText(errno);
         return false;
     }
+    bool ok = true;
+    if (exact) {
+        if ((exact->ownerId >= 0 || exact->groupId >= 0) &&
+            ::fchown(fd, uid_t(exact->ownerId), gid_t(exact->groupId)) != 0)
+            *warning = QStringLiteral("cannot give %1 to user %2, group %3: %4")
+                           .arg(path)
+                           .arg(exact->ownerId)
+                           .arg(exact->groupId)
+                           .arg(errnoText(errno));
+        // After fchown, which may clear the set-id bits.
+        if (::fchmod(fd, mode_t(exact->mode & 07777)) != 0) {
+            *reason = errnoText(errno);
+            ok = false;
+        }
+    }
     const char *next = data.constData();
     qint64 left = data.size();
-    bool ok = true;
     while (ok && left > 0) {
         const ssize_t n = ::write(fd, next, size_t(left));
         if (n < 0 && errno == EINTR)
@@ -204,6 +352,20 @@ bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason
     if (!ok)
         ::unlink(name.constData()); // our own file: nothing half-written stays behind
     return ok;
+}
+
+} // namespace
+
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode)
+{
+    return writeFresh(path, data, reason, mode, nullptr, nullptr);
+}
+
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason,
+                    const FileAttributes &attributes, QString *warning)
+{
+    warning->clear();
+    return writeFresh(path, data, reason, 0600, &attributes, warning);
 }
 
 bool pathTaken(const QString &path)

@@ -18,12 +18,21 @@ constexpr qint64 smallFileCap = qint64(1) << 20;  // records, the style sheet, t
 constexpr qint64 ppdFileCap = qint64(16) << 20;   // a driver description
 constexpr qint64 largeFileCap = qint64(64) << 20; // driver databases, printers.conf
 
+// Who owns a file and who may use it, as the file system says (fstat).
+struct FileAttributes
+{
+    int mode = 0644;  // the permission bits, 07777 at most
+    int ownerId = -1; // -1: whoever makes the file
+    int groupId = -1; // -1: the maker's group
+};
+
 struct ReadResult
 {
     enum Status { Ok, Missing, Refused };
     Status status = Missing;
     QByteArray data;
-    QString reason; // why it was refused, for the diagnostic line
+    QString reason;            // why it was refused, for the diagnostic line
+    FileAttributes attributes; // of the file read, when Ok
     bool ok() const { return status == Ok; }
 };
 
@@ -43,6 +52,29 @@ int openRegularFile(const QString &path, QString *reason);
 // by itself (file->pos()).
 ReadResult openRegularFileReporting(const QString &path, qint64 maxBytes, QFile *file,
                                     QIODevice::OpenMode mode = QIODevice::ReadOnly);
+
+// Files and folders under /tmp that any user may have made. The tool trusts a file there
+// only when it is a regular file owned by us (or root), with a single name, that no one
+// else can write: a file another user made, or a link to one of root's own files, is
+// never taken for ours. The group may write only when it is root's group.
+//
+// Reads the whole file at path as readRegularFile does, and refuses it unless it passes
+// that test on the opened descriptor. A link standing at path itself is refused, not
+// followed (O_NOFOLLOW).
+ReadResult readTrustedFile(const QString &path, qint64 maxBytes);
+// Like readTrustedFile, and reports a refused file with reportUnreadable.
+ReadResult readTrustedFileReporting(const QString &path, qint64 maxBytes);
+// Like openRegularFileReporting, for a trusted file as readTrustedFile defines it.
+ReadResult openTrustedFileReporting(const QString &path, qint64 maxBytes, QFile *file,
+                                    QIODevice::OpenMode mode = QIODevice::ReadOnly);
+
+// True when no one but us (or root) can change what lies in folder: every part of its
+// path, from the root down, that exists is a real folder (not a link) owned by us or
+// root and not writable by anyone else. The parts above folder may instead be sticky
+// (as /tmp is), where others may add entries but not touch ours; folder itself may
+// not. Parts that do not exist yet pass, since we would make them. Otherwise false,
+// with the reason (naming the part at fault) in *reason.
+bool trustedFolder(const QString &folder, QString *reason);
 
 // One line on standard error: "printerconfig: " and the message.
 void report(const QString &message);
@@ -66,6 +98,12 @@ bool createFreshFile(const QString &path, QString *reason);
 // stands at path afterwards or none of ours does. mode is the new file's permissions
 // (before the umask).
 bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason, int mode = 0644);
+// The same, and the new file gets exactly attributes' mode, owner and group (the umask
+// does not apply), set before any data is written: a file that replaces another keeps
+// who may read it. Should the owner or group not be settable (an unprivileged run), the
+// file stays ours, with the mode, and *warning says so; that alone is no failure.
+bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason,
+                    const FileAttributes &attributes, QString *warning);
 
 // True when anything at all stands at path: a file, a folder, a device, or a link,
 // even one that points nowhere (lstat, the link itself is not followed). A path that

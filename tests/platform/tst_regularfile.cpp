@@ -223,6 +223,182 @@ private slots:
         QVERIFY(!leftBehind);
     }
 
+    // Files and folders that someone else may have made.
+
+    void trustedFileOfOursIsReadWithItsAttributes()
+    {
+        QVERIFY(sandbox::writeFile(at("ours"), "mine\n"));
+        QVERIFY(QFile::setPermissions(at("ours"), QFileDevice::Permissions(0x6440)));
+        const fileio::ReadResult read = fileio::readTrustedFile(at("ours"), 1024);
+        QVERIFY(read.ok());
+        QCOMPARE(read.data, QByteArray("mine\n"));
+        QCOMPARE(read.attributes.mode, 0640);
+        QCOMPARE(read.attributes.ownerId, int(::geteuid()));
+        QCOMPARE(read.attributes.groupId, int(::getegid()));
+    }
+
+    void fileSomeoneElseCouldHaveMadeOrChangedIsNotTrusted_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("link to a file of ours") << "link"
+                                                << "a symbolic link";
+        QTest::newRow("writable by everyone") << "0666"
+                                              << "writable by others (mode 0666)";
+        QTest::newRow("writable by a group not root's") << "group"
+                                                        << "writable by others (mode 0664)";
+        QTest::newRow("second name of a file") << "hardlink"
+                                               << "has 2 names (hard links)";
+        QTest::newRow("owned by nobody") << "nobody"
+                                         << "owned by user 65534";
+        QTest::newRow("named pipe") << "fifo"
+                                    << "not a regular file";
+    }
+    void fileSomeoneElseCouldHaveMadeOrChangedIsNotTrusted()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, reason);
+        const QString path = at("planted");
+        const QByteArray name = QFile::encodeName(path);
+        QVERIFY(sandbox::writeFile(at("ours"), "mine\n"));
+        if (kind == QLatin1String("link")) {
+            QVERIFY(QFile::link(at("ours"), path));
+        } else if (kind == QLatin1String("hardlink")) {
+            QCOMPARE(::link(QFile::encodeName(at("ours")).constData(), name.constData()), 0);
+        } else if (kind == QLatin1String("fifo")) {
+            QVERIFY(makeFifo(path));
+        } else {
+            QVERIFY(sandbox::writeFile(path, "theirs\n"));
+            if (kind == QLatin1String("0666")) {
+                QCOMPARE(::chmod(name.constData(), 0666), 0);
+            } else if (kind == QLatin1String("group")) {
+                QCOMPARE(::chmod(name.constData(), 0664), 0);
+                if (::chown(name.constData(), uid_t(-1), 7) != 0)
+                    QSKIP(
+                        "this sandbox cannot give a file to another group (entered without root)");
+            } else if (::chown(name.constData(), 65534, 65534) != 0) {
+                QSKIP("this sandbox cannot give a file to another user (entered without root)");
+            }
+        }
+        StderrCapture err;
+        const fileio::ReadResult read = fileio::readTrustedFileReporting(path, 1024);
+        QCOMPARE(read.status, fileio::ReadResult::Refused);
+        QCOMPARE(read.reason, reason);
+        QVERIFY(read.data.isEmpty());
+        QCOMPARE(err.diagnostics(),
+                 QStringList{QStringLiteral("printerconfig: ignoring %1: %2").arg(path, reason)});
+        // The same file read without the trust test, where it is a regular file.
+        if (kind != QLatin1String("fifo"))
+            QVERIFY(fileio::readRegularFile(path, 1024).ok());
+    }
+
+    void fileRootsGroupMayWriteIsTrusted()
+    {
+        QVERIFY(sandbox::writeFile(at("shared"), "x"));
+        const QByteArray name = QFile::encodeName(at("shared"));
+        QCOMPARE(::chmod(name.constData(), 0664), 0);
+        if (::chown(name.constData(), uid_t(-1), 0) != 0)
+            QSKIP("this sandbox cannot give a file to root's group (entered without root)");
+        QVERIFY(fileio::readTrustedFile(at("shared"), 1024).ok());
+    }
+
+    void trustedStreamRefusesAFileOfSomeoneElse()
+    {
+        QVERIFY(sandbox::writeFile(at("open"), "x"));
+        QCOMPARE(::chmod(QFile::encodeName(at("open")).constData(), 0646), 0);
+        QFile file;
+        StderrCapture err;
+        QCOMPARE(fileio::openTrustedFileReporting(at("open"), 1024, &file).status,
+                 fileio::ReadResult::Refused);
+        QVERIFY(!file.isOpen());
+        QCOMPARE(err.diagnostics().size(), 1);
+        QCOMPARE(::chmod(QFile::encodeName(at("open")).constData(), 0644), 0);
+        QVERIFY(fileio::openTrustedFileReporting(at("open"), 1024, &file).ok());
+        QCOMPARE(file.readAll(), QByteArray("x"));
+    }
+
+    void folderChainOfOursIsTrustedEvenBeforeItExists()
+    {
+        QString reason;
+        QVERIFY(fileio::trustedFolder(at("a/b/c"), &reason));
+        QVERIFY(QDir().mkpath(at("a/b")));
+        QVERIFY(fileio::trustedFolder(at("a/b/c"), &reason));
+        QVERIFY(fileio::trustedFolder(at("a/b"), &reason));
+        QVERIFY2(reason.isEmpty(), qPrintable(reason));
+    }
+
+    void stickyFolderAboveIsTrustedButNotAsTheFolderItself()
+    {
+        // /tmp itself is sticky and writable by all: others may add entries, never
+        // replace ours.
+        QVERIFY(QDir().mkpath(at("sticky/inner")));
+        QCOMPARE(::chmod(QFile::encodeName(at("sticky")).constData(), 01777), 0);
+        QString reason;
+        QVERIFY(fileio::trustedFolder(at("sticky/inner"), &reason));
+        QVERIFY(!fileio::trustedFolder(at("sticky"), &reason));
+        QCOMPARE(reason, at("sticky") + QStringLiteral(" is writable by others (mode 1777)"));
+    }
+
+    void folderChainOthersControlIsNotTrusted_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("part writable by everyone")
+            << "0777" << at("a") + QStringLiteral(" is writable by others (mode 0777)");
+        QTest::newRow("part owned by nobody")
+            << "nobody" << at("a") + QStringLiteral(" is owned by user 65534");
+        QTest::newRow("part is a link")
+            << "link" << at("a") + QStringLiteral(" is a symbolic link");
+        QTest::newRow("part is a file") << "file" << at("a") + QStringLiteral(" is not a folder");
+    }
+    void folderChainOthersControlIsNotTrusted()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, reason);
+        const QByteArray a = QFile::encodeName(at("a"));
+        if (kind == QLatin1String("link")) {
+            QVERIFY(QDir().mkpath(at("real/b")));
+            QVERIFY(QFile::link(at("real"), at("a")));
+        } else if (kind == QLatin1String("file")) {
+            QVERIFY(sandbox::writeFile(at("a"), "x"));
+        } else {
+            QVERIFY(QDir().mkpath(at("a/b")));
+            if (kind == QLatin1String("0777"))
+                QCOMPARE(::chmod(a.constData(), 0777), 0);
+            else if (::chown(a.constData(), 65534, 65534) != 0)
+                QSKIP("this sandbox cannot give a folder to another user (entered without root)");
+        }
+        QString found;
+        QVERIFY(!fileio::trustedFolder(at("a/b"), &found));
+        QCOMPARE(found, reason);
+    }
+
+    void freshFileTakesExactlyTheAttributesAskedFor()
+    {
+        QVERIFY(sandbox::writeFile(at("victim"), "keep me"));
+        QVERIFY(QFile::link(at("victim"), at("conf")));
+        fileio::FileAttributes attributes;
+        attributes.mode = 0664; // wider than the umask would let through
+        attributes.ownerId = 0;
+        attributes.groupId = 7;
+        QString reason;
+        QString warning;
+        QVERIFY(fileio::writeFreshFile(at("conf"), "data\n", &reason, attributes, &warning));
+        QCOMPARE(sandbox::readFile(at("victim")), QByteArray("keep me"));
+        QVERIFY(!QFileInfo(at("conf")).isSymLink());
+        QCOMPARE(sandbox::readFile(at("conf")), QByteArray("data\n"));
+        struct stat st;
+        QCOMPARE(::stat(QFile::encodeName(at("conf")).constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 07777), 0664);
+        if (::geteuid() == 0 && warning.isEmpty()) {
+            QCOMPARE(st.st_uid, uid_t(0));
+            QCOMPARE(st.st_gid, gid_t(7));
+        } else {
+            // Without the right to give files away the file stays ours, and we are told.
+            QVERIFY(warning.startsWith(QStringLiteral("cannot give ")));
+        }
+    }
+
     void pathTakenSeesDanglingLinks()
     {
         QVERIFY(!fileio::pathTaken(at("none")));
