@@ -236,24 +236,60 @@ QString folderFault(const QString &path, bool last, bool *missing)
 
 } // namespace
 
-bool trustedFolder(const QString &folder, QString *reason)
+namespace {
+
+// The folder's path and every path above it, from the root down.
+QStringList folderChain(const QString &folder)
 {
-    const QStringList parts = folder.split(QLatin1Char('/'), Qt::SkipEmptyParts);
-    QStringList paths{QStringLiteral("/")};
+    QStringList chain{QStringLiteral("/")};
     QString path;
-    for (const QString &part : parts)
-        paths.append(path += QLatin1Char('/') + part);
-    for (int i = 0; i < paths.size(); ++i) {
+    for (const QString &part : folder.split(QLatin1Char('/'), Qt::SkipEmptyParts))
+        chain.append(path += QLatin1Char('/') + part);
+    return chain;
+}
+
+} // namespace
+
+FolderState examineFolder(const QString &folder, QString *reason)
+{
+    const QStringList chain = folderChain(folder);
+    for (int i = 0; i < chain.size(); ++i) {
         bool missing = false;
-        const QString fault = folderFault(paths.at(i), i == paths.size() - 1, &missing);
+        const QString fault = folderFault(chain.at(i), i == chain.size() - 1, &missing);
         if (missing)
-            return true; // the rest does not exist either; we make it when needed
+            return FolderState::Missing;
         if (!fault.isEmpty()) {
-            *reason = QStringLiteral("%1 is %2").arg(paths.at(i), fault);
-            return false;
+            *reason = QStringLiteral("%1 is %2").arg(chain.at(i), fault);
+            return FolderState::Foreign;
         }
     }
-    return true;
+    return FolderState::Ours;
+}
+
+FolderState makeTrustedFolder(const QString &folder, QString *reason)
+{
+    const QStringList chain = folderChain(folder);
+    for (int i = 0; i < chain.size(); ++i) {
+        const QByteArray name = QFile::encodeName(chain.at(i));
+        // Made with exactly 0755, whatever the umask (should chmod fail, 0700 is just as
+        // safe); EEXIST means it was there already, or someone was quicker, and the
+        // check below decides.
+        const bool made = ::mkdir(name.constData(), 0700) == 0;
+        const int mkdirError = errno;
+        if (made)
+            ::chmod(name.constData(), 0755);
+        bool missing = false;
+        const QString fault = folderFault(chain.at(i), i == chain.size() - 1, &missing);
+        if (missing) {
+            *reason = QStringLiteral("%1: %2").arg(chain.at(i), errnoText(mkdirError));
+            return FolderState::Missing;
+        }
+        if (!fault.isEmpty()) {
+            *reason = QStringLiteral("%1 is %2").arg(chain.at(i), fault);
+            return FolderState::Foreign;
+        }
+    }
+    return FolderState::Ours;
 }
 
 void report(const QString &message)

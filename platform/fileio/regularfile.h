@@ -68,13 +68,23 @@ ReadResult readTrustedFileReporting(const QString &path, qint64 maxBytes);
 ReadResult openTrustedFileReporting(const QString &path, qint64 maxBytes, QFile *file,
                                     QIODevice::OpenMode mode = QIODevice::ReadOnly);
 
-// True when no one but us (or root) can change what lies in folder: every part of its
-// path, from the root down, that exists is a real folder (not a link) owned by us or
-// root and not writable by anyone else. The parts above folder may instead be sticky
-// (as /tmp is), where others may add entries but not touch ours; folder itself may
-// not. Parts that do not exist yet pass, since we would make them. Otherwise false,
-// with the reason (naming the part at fault) in *reason.
-bool trustedFolder(const QString &folder, QString *reason);
+// Whether no one but us (or root) can change what lies in folder: every part of its
+// path, from the root down, must be a real folder (not a link) owned by us or root and
+// not writable by anyone else. The parts above folder may instead be sticky (as /tmp
+// is), where others may add entries but not touch ours; folder itself may not.
+enum class FolderState {
+    Ours,    // every part exists and passes
+    Missing, // the parts that exist pass, the rest does not exist (yet)
+    Foreign  // a part fails; *reason names it and why
+};
+FolderState examineFolder(const QString &folder, QString *reason);
+
+// Makes folder ours: creates its missing parts (mode 0755) one by one and checks each
+// part, made now or found, as examineFolder does. A part that someone else makes between
+// the check and our mkdir is found and checked like any other, so Ours means the whole
+// path is ours and stays ours. Missing: a part could not be made (a full disk, say), so
+// nobody else could have made it either; *reason says why. Foreign as for examineFolder.
+FolderState makeTrustedFolder(const QString &folder, QString *reason);
 
 // One line on standard error: "printerconfig: " and the message.
 void report(const QString &message);

@@ -1,5 +1,6 @@
 #include "app/configure.h"
 
+#include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
 
@@ -21,13 +22,26 @@ bool prepareScratchConf(const QString &uri, bool *written)
         fileio::readRegularFileReporting(paths::printersConf(), fileio::largeFileCap);
     if (!current.ok())
         return false;
+    // A device address that could break out of its line is not written (the staged
+    // file, copied back above, keeps its own).
+    if (!isSafeDeviceUri(uri)) {
+        fileio::report(QStringLiteral("not rewriting the USB device lines of %1: the device "
+                                      "address holds a quote or a control character")
+                           .arg(paths::printersConf()));
+        return true;
+    }
     QString reason;
+    QString warning;
     // The scratch file is made afresh: whatever stands at its path in the world-writable
-    // /tmp (a link planted to redirect our write, say) is removed first. Only root may
-    // read it: device URIs can hold passwords, and mv keeps the mode in /etc/cups.
+    // /tmp (a link planted to redirect our write, say) is removed first. It takes the
+    // mode, owner and group of the file it replaces (the scheduler keeps it 0600 or 0640,
+    // group lp: device URIs can hold passwords), and mv keeps them in /etc/cups.
     if (fileio::writeFreshFile(paths::scratchPrintersConf(),
-                               rewriteUsbDeviceLines(current.data, uri), &reason, 0600)) {
+                               rewriteUsbDeviceLines(current.data, uri), &reason,
+                               current.attributes, &warning)) {
         *written = true;
+        if (!warning.isEmpty())
+            fileio::report(warning);
     } else {
         fileio::report(QStringLiteral("not replacing %1: cannot write %2: %3")
                            .arg(paths::printersConf(), paths::scratchPrintersConf(), reason));
@@ -80,9 +94,19 @@ int runConfigure()
         // Every pass copies the staged files again and rewrites every USB device line
         // with this record's URI, so the record processed last decides. That is the
         // intended behaviour: a thin client has a single local printer port.
-        const QString copy = commands::cp() + QLatin1Char(' ') + paths::stagingFolder();
-        zeq::System::ExecShell(copy + QLatin1String("/* ") + paths::cupsFolder());
-        zeq::System::ExecShell(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
+        // The staged files become CUPS's configuration, so they are copied only from a
+        // staging folder that no one else can change. One that does not exist is made
+        // (empty) first: otherwise anyone could make it, full of files, before cp looks.
+        QString reason;
+        if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) !=
+            fileio::FolderState::Foreign) {
+            const QString copy = commands::cp() + QLatin1Char(' ') + paths::stagingFolder();
+            zeq::System::ExecShell(copy + QLatin1String("/* ") + paths::cupsFolder());
+            zeq::System::ExecShell(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
+        } else {
+            fileio::report(
+                QStringLiteral("not copying from %1: %2").arg(paths::stagingFolder(), reason));
+        }
         bool written = false;
         if (!prepareScratchConf(uri, &written))
             return 0;

@@ -17,10 +17,12 @@ QString styleSheetFromBytes(const QByteArray &bytes)
 QString loadStyleSheet()
 {
     // Any user can put something at this path in /tmp. A missing file gives no style and
-    // no message; a named pipe (which would keep the window from ever appearing), a
-    // device or an oversized file gives no style and one line on standard error.
+    // no message. Anything but a regular file of ours that no one else can write (a
+    // named pipe would keep the window from ever appearing; another user's file would
+    // dress root's window) and an oversized file give no style and one line on
+    // standard error.
     const fileio::ReadResult read =
-        fileio::readRegularFileReporting(styleSheetPath(), fileio::smallFileCap);
+        fileio::readTrustedFileReporting(styleSheetPath(), fileio::smallFileCap);
     return read.ok() ? styleSheetFromBytes(read.data) : QString();
 }
 

@@ -1,5 +1,7 @@
 #include "drivers/ppdset.h"
 
+#include "printer/paths.h"
+
 #include <fileio/regularfile.h>
 
 #include <QDebug>
@@ -154,11 +156,16 @@ void PPDSet::readDatabases()
     for (const QString &database : qAsConst(databases)) {
         // Only a regular file of at most 64 MiB is read; anything else (a named pipe, a
         // device, a huge file, a folder) counts as a missing database, with one line on
-        // standard error.
+        // standard error. A database under /tmp, where any user can make files, must
+        // also be ours and writable by no one else: its lines name the drivers offered.
         QFile file;
-        if (!fileio::openRegularFileReporting(database, fileio::largeFileCap, &file,
-                                              QIODevice::ReadOnly | QIODevice::Text)
-                 .ok())
+        const QIODevice::OpenMode mode = QIODevice::ReadOnly | QIODevice::Text;
+        const bool inScratch = database.startsWith(paths::scratchFolder() + QLatin1Char('/'));
+        const fileio::ReadResult opened =
+            inScratch
+                ? fileio::openTrustedFileReporting(database, fileio::largeFileCap, &file, mode)
+                : fileio::openRegularFileReporting(database, fileio::largeFileCap, &file, mode);
+        if (!opened.ok())
             continue;
 
         QTextStream stream(&file);

@@ -10,35 +10,16 @@
 #include <QDebug>
 #include <QTextStream>
 
-#include <cstdio>
-
 namespace {
 const QLatin1String directUsbPrefix("direct usb");
 const int directPrefixLength = 7; // "direct "
-
-// The device address ends up inside a single-quoted shell word ("lpadmin ... -v '%1'")
-// and on a line of printers.conf. What a USB device reports about itself is not ours to
-// trust, so an address with a quote, a blank or a control character is not used.
-bool isUsableDeviceUri(const QString &uri)
-{
-    for (const QChar c : uri) {
-        if (c == QLatin1Char('\'') || c.isSpace() || c.unicode() < 0x20 || c.unicode() == 0x7f)
-            return false;
-    }
-    return true;
-}
 
 QString scanForDirectUsb(QTextStream &in)
 {
     QString line;
     while (in.readLineInto(&line)) {
-        if (!line.startsWith(directUsbPrefix))
-            continue;
-        const QString uri = line.mid(directPrefixLength);
-        if (isUsableDeviceUri(uri))
-            return uri;
-        std::fprintf(stderr,
-                     "printerconfig: ignoring a USB device address with unsafe characters\n");
+        if (line.startsWith(directUsbPrefix))
+            return line.mid(directPrefixLength);
     }
     return QString();
 }
@@ -51,6 +32,20 @@ QString scanCacheBytes(QByteArray bytes)
     QTextStream in(&buffer);
     return scanForDirectUsb(in);
 }
+
+// Makes the cache: a new, empty file of ours at its path, then filled by lpinfo through
+// the shell's redirect. Returns false when the file cannot be made.
+bool makeCache(const QString &cache)
+{
+    QString reason;
+    if (!fileio::createFreshFile(cache, &reason)) {
+        fileio::report(
+            QStringLiteral("not running lpinfo: cannot create %1: %2").arg(cache, reason));
+        return false;
+    }
+    zeq::System::ExecShell(commands::lpinfo() + QLatin1String(" -v >") + cache);
+    return true;
+}
 } // namespace
 
 QString firstDirectUsbDevice(const QString &lpinfoOutput)
@@ -58,6 +53,15 @@ QString firstDirectUsbDevice(const QString &lpinfoOutput)
     QString text = lpinfoOutput;
     QTextStream in(&text, QIODevice::ReadOnly);
     return scanForDirectUsb(in);
+}
+
+bool isSafeDeviceUri(const QString &uri)
+{
+    for (const QChar c : uri) {
+        if (c == QLatin1Char('\'') || c.category() == QChar::Other_Control)
+            return false;
+    }
+    return true;
 }
 
 QString Printer::GetPrinterDevice() const
@@ -70,22 +74,17 @@ QString Printer::GetPrinterDevice() const
 
     QString device = paths::fallbackUsbDevice();
     // "lpinfo -v" probes every backend and is slow, so its answer is kept until the
-    // next boot empties /tmp. Whatever stands at the cache's path counts as the cache,
-    // a link included, even one that points nowhere: the shell's redirect follows links,
-    // and one planted in /tmp by another user must never receive root's output. Only
-    // when nothing is there is the file made afresh by us and filled by lpinfo.
+    // next boot empties /tmp. Any user can make a file at the cache's path first, and
+    // what it says becomes a printer's address; so the cache is used only when it is a
+    // regular file of ours that no one else can write. Anything else standing there is
+    // removed (never followed: a planted link must not receive root's output) and the
+    // cache is made afresh.
     const QString cache = paths::lpinfoCache();
-    if (!fileio::pathTaken(cache)) {
-        QString reason;
-        if (fileio::createFreshFile(cache, &reason))
-            zeq::System::ExecShell(commands::lpinfo() + QLatin1String(" -v >") + cache);
-        else
-            fileio::report(
-                QStringLiteral("not running lpinfo: cannot create %1: %2").arg(cache, reason));
-    }
-
-    // Anything but a regular file of a sane size counts as a cache that cannot be read.
-    const fileio::ReadResult read = fileio::readRegularFileReporting(cache, fileio::smallFileCap);
+    fileio::ReadResult read = fileio::readTrustedFile(cache, fileio::smallFileCap);
+    if (read.status == fileio::ReadResult::Refused)
+        fileio::report(QStringLiteral("replacing %1: %2").arg(cache, read.reason));
+    if (!read.ok() && makeCache(cache))
+        read = fileio::readTrustedFileReporting(cache, fileio::smallFileCap);
     if (read.ok()) {
         const QString found = scanCacheBytes(read.data);
         if (!found.isEmpty())

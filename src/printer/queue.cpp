@@ -1,13 +1,23 @@
 #include "printer/printer.h"
 
+#include "printer/device.h"
 #include "printer/paths.h"
 
+#include <fileio/regularfile.h>
 #include <zeq/system.h>
 
 #include <unistd.h>
 
 void Printer::Install()
 {
+    // The address goes between single quotes into a command run as root; one that could
+    // leave them installs nothing. The wizard refuses such an address before it gets here.
+    if (!isSafeDeviceUri(device_uri)) {
+        fileio::report(QStringLiteral("not installing %1: its device address holds a quote or "
+                                      "a control character")
+                           .arg(name));
+        return;
+    }
     // The command is built piece by piece; the two spaces after "lpadmin" and the
     // unquoted queue name are how the device has always issued it, and are kept.
     QString command = commands::lpadmin() + QLatin1Char(' ');
@@ -27,6 +37,15 @@ void Printer::Install()
 void Printer::Uninstall()
 {
     zeq::System::ExecShell(QStringLiteral("%1 -x %2").arg(commands::lpadmin(), name));
+    // The staged copy is removed only from a staging folder that no one else controls.
+    // One that does not exist is made first, so that no one else can make it (with a
+    // link inside leading elsewhere) before rm runs.
+    QString reason;
+    if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) ==
+        fileio::FolderState::Foreign) {
+        fileio::report(QStringLiteral("not using %1: %2").arg(paths::stagingFolder(), reason));
+        return;
+    }
     zeq::System::ExecShell(commands::rm() + QLatin1Char(' ') + paths::stagingFolder() +
                            QLatin1Char('/') + name + QLatin1String(".ppd"));
 }

@@ -2,11 +2,13 @@
 
 #include "printer/paths.h"
 
+#include <fileio/regularfile.h>
 #include <zeq/persistentproperties.h>
 
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <cstdio>
 #include <memory>
@@ -29,10 +31,36 @@ void reportOutside(const char *action, const QString &path)
                  QFile::encodeName(paths::registryFolder()).constData());
 }
 
+// Records are read and written as root. In a folder that someone else can change (any
+// user can make /tmp/config before the device does), a record could be a planted one, or
+// a link that turns root's write elsewhere; such a folder is not used, and the reason is
+// given on standard error.
+void reportForeign(const QString &folder, const QString &reason)
+{
+    fileio::report(QStringLiteral("not using %1: %2").arg(folder, reason));
+}
+
+// The folder holding the record at path; it lies inside the registry folder. A record
+// without a path touches only the default entry, in the registry folder itself.
+QString recordFolder(const QString &path)
+{
+    return path.isEmpty() ? paths::registryFolder() : QFileInfo(QDir::cleanPath(path)).path();
+}
+
 } // namespace
 
 QHash<QString, Printer *> Printer::GetPrinters()
 {
+    QHash<QString, Printer *> printers;
+    QString reason;
+    const fileio::FolderState registry = fileio::examineFolder(paths::registryFolder(), &reason);
+    if (registry != fileio::FolderState::Ours) {
+        // A registry that does not exist yet simply holds no printers.
+        if (registry == fileio::FolderState::Foreign)
+            reportForeign(paths::registryFolder(), reason);
+        setDefaultPrinterName(QString());
+        return printers;
+    }
     {
         auto entry = std::make_unique<Printer>();
         entry->set_path(paths::defaultEntry());
@@ -42,7 +70,6 @@ QHash<QString, Printer *> Printer::GetPrinters()
     }
     qDebug().noquote() << "Printer::GetPrinters - Default printer =" << defaultPrinterName();
 
-    QHash<QString, Printer *> printers;
     const QStringList entries = zeq::PersistentProperties::EnumPropertyFiles(
         paths::registryFolder(), QStringLiteral("*.pr"));
     for (const QString &entry : entries) {
@@ -65,6 +92,14 @@ bool Printer::Commit()
         reportOutside("writing", path());
         return false;
     }
+    // The folders are made here, each checked as it is made or found, so the platform
+    // library writes only into folders of ours.
+    QString reason;
+    const QString folder = recordFolder(path());
+    if (fileio::makeTrustedFolder(folder, &reason) == fileio::FolderState::Foreign) {
+        reportForeign(folder, reason);
+        return false;
+    }
     if (IsDefault())
         zeq::PersistentObject::Commit(paths::defaultEntry());
     return zeq::PersistentObject::Commit();
@@ -76,6 +111,14 @@ bool Printer::Remove()
         reportOutside("removing", path());
         return false;
     }
+    // Nothing is removed from a folder that is missing (nothing to remove) or not ours.
+    QString reason;
+    const QString folder = recordFolder(path());
+    const fileio::FolderState state = fileio::examineFolder(folder, &reason);
+    if (state == fileio::FolderState::Foreign)
+        reportForeign(folder, reason);
+    if (state != fileio::FolderState::Ours)
+        return false;
     if (IsDefault())
         zeq::PersistentProperties::Remove(paths::defaultEntry());
     return zeq::PersistentObject::Remove();

@@ -164,8 +164,15 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
         zeq::System::ExecShell(command);
         zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
                                paths::queuePpdFolder());
-        zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
-                               paths::stagingFolder());
+        // cp follows a link standing in the target folder, so the copy is staged only in
+        // a folder that no one else can change, made by us if it is not there yet.
+        QString reason;
+        if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) !=
+            fileio::FolderState::Foreign)
+            zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd +
+                                   QLatin1Char(' ') + paths::stagingFolder());
+        else
+            fileio::report(QStringLiteral("not staging %1: %2").arg(scratchPpd, reason));
     }
 
     zeq::System::ExecShell(commands::initIca());

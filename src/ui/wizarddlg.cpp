@@ -2,6 +2,7 @@
 
 #include "common/windowchrome.h"
 #include "drivers/ppdset.h"
+#include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
 
@@ -285,20 +286,22 @@ void WizardDlg::restoreConnection()
     // Any other address leaves the connection unchosen; Next then uses the local device.
 }
 
-void WizardDlg::storeConnection()
+QString WizardDlg::connectionAddress() const
 {
-    if (connectionType.startsWith(QLatin1String("socket:"))) {
-        printer->device_uri = QStringLiteral("socket://%1:%2")
-                                  .arg(leName_4->text(), QString::number(sbPort_2->value()));
-        printer->printer_class = networkClass;
-    } else if (connectionType.startsWith(QLatin1String("lpd:"))) {
-        printer->device_uri =
-            QStringLiteral("lpd://%1/%2").arg(leName_4->text(), leQueue_2->text());
-        printer->printer_class = networkClass;
-    } else {
-        printer->device_uri = printer->GetPrinterDevice();
-        printer->printer_class = directClass;
-    }
+    if (connectionType.startsWith(QLatin1String("socket:")))
+        return QStringLiteral("socket://%1:%2")
+            .arg(leName_4->text(), QString::number(sbPort_2->value()));
+    if (connectionType.startsWith(QLatin1String("lpd:")))
+        return QStringLiteral("lpd://%1/%2").arg(leName_4->text(), leQueue_2->text());
+    return printer->GetPrinterDevice();
+}
+
+void WizardDlg::storeConnection(const QString &address)
+{
+    printer->device_uri = address;
+    const bool network = connectionType.startsWith(QLatin1String("socket:")) ||
+                         connectionType.startsWith(QLatin1String("lpd:"));
+    printer->printer_class = network ? networkClass : directClass;
 }
 
 void WizardDlg::setupConnection()
@@ -455,12 +458,25 @@ void WizardDlg::next()
             leName_2->setFocus(Qt::OtherFocusReason);
             return;
         }
+        // The address goes between quotes into a command run as root. Whether it came
+        // from a USB device's description, the device cache, a stored record or the host
+        // field, one that could leave its quotes is refused here, before anything changes.
+        const QString address = connectionAddress();
+        if (!isSafeDeviceUri(address)) {
+            QMessageBox::critical(
+                this, QStringLiteral("Printer Configuration"),
+                QStringLiteral("The device address cannot contain a quote or a control character."),
+                QMessageBox::Ok);
+            if (leName_4->isEnabled())
+                leName_4->setFocus(Qt::OtherFocusReason);
+            return;
+        }
         printer->name = name;
         deviceUri = printer->device_uri;
         if (printer->model.isEmpty())
             printer->model = selModel;
         qDebug().noquote() << "WizardDlg: connection" << connectionType;
-        storeConnection();
+        storeConnection(address);
         printer->win_driver = leWinDriver->text();
         printer->paper_size = cbPaperSize->currentText();
         qDebug().noquote() << "WizardDlg: paper size" << printer->paper_size;

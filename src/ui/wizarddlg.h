@@ -60,7 +60,10 @@ private:
     void advance();
     void setupConnection();
     void restoreConnection();
-    void storeConnection();
+    // The device address the connection page describes, and storing it with its class in
+    // the record; Next on the preferences page checks the one before doing the other.
+    QString connectionAddress() const;
+    void storeConnection(const QString &address);
     void setupSummary();
     void fillSummary();
     void fillManufacturers();

@@ -12,6 +12,7 @@
 #include <QtTest>
 
 #include <cerrno>
+#include <grp.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -227,8 +228,115 @@ private slots:
                                                      "Info a\rb \xff\xfe\n"
                                                      "DeviceURI usb://EPSON/TM-T88V?serial=1\n"
                                                      "</Printer>\n"));
-        // Device URIs may carry passwords: the new file is for root's eyes only.
+    }
+
+    // Device URIs may carry passwords, so the scheduler keeps printers.conf from other
+    // users (0600, or 0640 for its group lp). The rewritten file keeps the original's
+    // mode, owner and group, whatever they are.
+    void printersConfKeepsItsModeOwnerAndGroup_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<int>("group");
+        const group *lp = ::getgrnam("lp");
+        QTest::newRow("0600 root:root") << 0600 << 0;
+        QTest::newRow("0640 root:lp") << 0640 << int(lp ? lp->gr_gid : 7);
+        QTest::newRow("0644 root:root") << 0644 << 0;
+    }
+    void printersConfKeepsItsModeOwnerAndGroup()
+    {
+        QFETCH(int, mode);
+        QFETCH(int, group);
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        const QByteArray name = QFile::encodeName(conf);
+        if (::chown(name.constData(), 0, gid_t(group)) != 0)
+            QSKIP("this sandbox cannot give a file to another group (entered without root)");
+        QCOMPARE(::chmod(name.constData(), mode_t(mode)), 0);
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        StderrCapture err;
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds, moveBack}));
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        struct stat st;
+        QCOMPARE(::stat(name.constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 07777), mode);
+        QCOMPARE(st.st_uid, uid_t(0));
+        QCOMPARE(st.st_gid, gid_t(group));
+        QVERIFY(err.diagnostics().isEmpty());
+    }
+
+    void staleScratchFileOfAnotherModeDoesNotWidenPrintersConf()
+    {
+        // A readable file left at the scratch path must not lend its mode to the new one.
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(scratch, "old\n"));
+        QVERIFY(QFile::setPermissions(scratch, QFileDevice::Permissions(0x7777)));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        QVERIFY(QFile::setPermissions(conf, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
         QCOMPARE(QFileInfo(conf).permissions() & 0x0077, QFileDevice::Permissions());
+    }
+
+    void staleFilesAreNotCopiedFromAStagingFolderOthersCanWrite()
+    {
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        QVERIFY(QFile::setPermissions(QStringLiteral("/tmp/config/files"),
+                                      QFileDevice::Permissions(0x7777)));
+        StderrCapture err;
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        // printers.conf is still brought up to date; only the copies are left out.
+        QCOMPARE(shell.commands(), QStringList{moveBack});
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb://EPSON/TM-T88V?serial=1\n"));
+        QCOMPARE(err.diagnostics(), QStringList{QStringLiteral(
+                                        "printerconfig: not copying from /tmp/config/files/cups: "
+                                        "/tmp/config/files is writable by others (mode 0777)")});
+    }
+
+    void missingStagingFolderIsMadeOursBeforeTheCopies()
+    {
+        // Otherwise another user could make it, full of files for /etc/cups, between
+        // our look and cp's.
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        sandbox::removePath(QStringLiteral("/tmp/config/files"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        ShellRecorder shell;
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds, moveBack}));
+        for (const QString &folder :
+             {QStringLiteral("/tmp/config/files"), paths::stagingFolder()}) {
+            struct stat st;
+            QCOMPARE(::lstat(QFile::encodeName(folder).constData(), &st), 0);
+            QVERIFY(S_ISDIR(st.st_mode));
+            QCOMPARE(st.st_uid, ::geteuid());
+            QCOMPARE(int(st.st_mode & 07777), 0755);
+        }
+    }
+
+    void deviceAddressThatWouldBreakItsLineIsNotWritten_data()
+    {
+        QTest::addColumn<QByteArray>("cache");
+        QTest::newRow("quote") << QByteArray("direct usb://Evil'Maker/X\n");
+        QTest::newRow("tab") << QByteArray("direct usb://A\tB\n");
+        QTest::newRow("escape") << QByteArray("direct usb://A\x1b[2J\n");
+    }
+    void deviceAddressThatWouldBreakItsLineIsNotWritten()
+    {
+        QFETCH(QByteArray, cache);
+        QVERIFY(sandbox::writeFile(paths::lpinfoCache(), cache));
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
+        StderrCapture err;
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds}));
+        QCOMPARE(sandbox::readFile(conf), QByteArray("DeviceURI usb:/dev/usb/lp0\n"));
+        QCOMPARE(err.diagnostics(),
+                 QStringList{QStringLiteral("printerconfig: not rewriting the USB device lines of "
+                                            "/etc/cups/printers.conf: the device address holds a "
+                                            "quote or a control character")});
     }
 
     void plantedLinkAtTheScratchPathIsNotFollowed()

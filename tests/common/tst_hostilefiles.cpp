@@ -1,12 +1,13 @@
 // Files that another user can put where the tool reads or writes: named pipes, devices
-// behind links, oversized files, planted links and folders. Each read must give up at
-// once with the behaviour of a file that cannot be read, and no command may write
-// through a planted link.
+// behind links, oversized files, planted links and folders, files of someone else's. Each
+// read must give up at once with the behaviour of a file that cannot be read (the lpinfo
+// cache is instead made afresh), and no command may write through a planted link.
 #include "common/windowchrome.h"
 #include "drivers/loaderdlg.h"
 #include "drivers/ppdset.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/attacker.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
@@ -19,6 +20,7 @@
 #include <QtTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -26,6 +28,9 @@ const QString victim = QStringLiteral("/tmp/victim");
 const QByteArray victimContent = "belongs to someone else\n";
 const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 const QString pclPpd = paths::newPrinterPaperSizesPpd();
+const QString lpinfoOut = QStringLiteral("/tmp/.sandbox/lpinfo.out");
+const QByteArray lpinfoList = "network socket\ndirect usb://EPSON/TM-T88V?serial=123\n";
+const QString attachedPrinter = QStringLiteral("usb://EPSON/TM-T88V?serial=123");
 
 enum class Hostile { Fifo, ZeroLink, Oversized };
 
@@ -56,6 +61,20 @@ void addHostileRows(qint64 cap)
     QTest::newRow("one byte over the cap") << Hostile::Oversized << cap;
 }
 
+// The reason given for each hostile kind by a reader that trusts only files of ours.
+QString refusalOf(Hostile kind, qint64 cap)
+{
+    switch (kind) {
+    case Hostile::Fifo:
+        return QStringLiteral("not a regular file");
+    case Hostile::ZeroLink:
+        return QStringLiteral("a symbolic link");
+    case Hostile::Oversized:
+        return QStringLiteral("larger than %1 bytes").arg(cap);
+    }
+    return QString();
+}
+
 bool plantVictimLink(const QString &path)
 {
     sandbox::removePath(path);
@@ -73,9 +92,20 @@ Printer withUri(const QString &uri)
     return printerWithUri(QStringLiteral("Office"), uri);
 }
 
+// After the cache was replaced: a fresh regular file of ours holding lpinfo's list.
+bool isCacheMadeByLpinfo()
+{
+    const QString cache = paths::lpinfoCache();
+    return isFreshRegularFile(cache) && QFileInfo(cache).ownerId() == ::getuid() &&
+           sandbox::readFile(cache) == lpinfoList;
+}
+
+enum class StyleSheetOwner { Root, OtherUser };
+
 } // namespace
 
 Q_DECLARE_METATYPE(Hostile)
+Q_DECLARE_METATYPE(StyleSheetOwner)
 
 class TestHostileFiles : public QObject
 {
@@ -86,7 +116,7 @@ private slots:
     void init()
     {
         for (const QString &path :
-             {victim, windowchrome::styleSheetPath(), paths::lpinfoCache(),
+             {victim, QStringLiteral("/tmp/.config"), paths::lpinfoCache(), lpinfoOut,
               paths::testPageSettings(), paths::testPageFile(), QStringLiteral("/tmp/Office.ppd"),
               QStringLiteral("/tmp/hostile"), QStringLiteral("/tmp/config")})
             sandbox::removePath(path);
@@ -133,48 +163,108 @@ private slots:
         QVERIFY(err.diagnostics().isEmpty());
     }
 
+    void styleSheetIsUsedOnlyWhenNoOneElseCanHaveWrittenIt_data()
+    {
+        QTest::addColumn<StyleSheetOwner>("owner");
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("secondName");
+        QTest::addColumn<QString>("reason"); // empty: the style sheet is used
+        QTest::newRow("ours, 0644") << StyleSheetOwner::Root << 0644 << false << QString();
+        QTest::newRow("another user's")
+            << StyleSheetOwner::OtherUser << 0644 << false << QStringLiteral("owned by user 65534");
+        QTest::newRow("ours, writable by all") << StyleSheetOwner::Root << 0666 << false
+                                               << QStringLiteral("writable by others (mode 0666)");
+        QTest::newRow("ours, with a second name")
+            << StyleSheetOwner::Root << 0644 << true << QStringLiteral("has 2 names (hard links)");
+    }
+    void styleSheetIsUsedOnlyWhenNoOneElseCanHaveWrittenIt()
+    {
+        QFETCH(StyleSheetOwner, owner);
+        QFETCH(int, mode);
+        QFETCH(bool, secondName);
+        QFETCH(QString, reason);
+        const QString path = windowchrome::styleSheetPath();
+        const QByteArray style = "QWidget { color: red; }\n";
+        if (owner == StyleSheetOwner::OtherUser) {
+            REQUIRE_ATTACKER();
+            QVERIFY(attacker::plantFolder(QFileInfo(path).path()));
+            QVERIFY(attacker::plantFile(path, style, mode));
+        } else {
+            QVERIFY(sandbox::writeFile(path, style));
+            QVERIFY(::chmod(QFile::encodeName(path).constData(), mode_t(mode)) == 0);
+        }
+        if (secondName)
+            QVERIFY(::link(QFile::encodeName(path).constData(), "/tmp/hostile") == 0);
+        StderrCapture err;
+        const QString loaded = windowchrome::loadStyleSheet();
+        if (reason.isEmpty()) {
+            QCOMPARE(loaded, QString::fromLatin1(style));
+            QVERIFY(err.diagnostics().isEmpty());
+        } else {
+            QCOMPARE(loaded, QString());
+            QCOMPARE(
+                err.diagnostics(),
+                QStringList{QStringLiteral("printerconfig: ignoring /tmp/.config/default.css: ") +
+                            reason});
+        }
+    }
+
     // The lpinfo cache.
 
-    void cacheThatCannotBeReadGivesTheFallbackWithoutLpinfo_data() { addHostileRows(1 << 20); }
-    void cacheThatCannotBeReadGivesTheFallbackWithoutLpinfo()
+    void cacheThatCannotBeReadIsReplacedByLpinfosList_data() { addHostileRows(1 << 20); }
+    void cacheThatCannotBeReadIsReplacedByLpinfosList()
     {
         QFETCH(Hostile, kind);
         QFETCH(qint64, cap);
         QVERIFY(plant(kind, paths::lpinfoCache(), cap));
+        QVERIFY(sandbox::writeFile(lpinfoOut, lpinfoList));
         StderrCapture err;
-        ShellRecorder shell;
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
         QElapsedTimer timer;
         timer.start();
         {
-            Watchdog guard("reading a hostile lpinfo cache");
-            QCOMPARE(withUri(QString()).GetPrinterDevice(), QStringLiteral("usb:/dev/usb/lp0"));
+            Watchdog guard("replacing a hostile lpinfo cache");
+            QCOMPARE(withUri(QString()).GetPrinterDevice(), attachedPrinter);
         }
-        QVERIFY(timer.elapsed() < 1000);
-        // Something stands there, so it counts as the cache: lpinfo is not asked.
-        QVERIFY(shell.commands().isEmpty());
-        QCOMPARE(err.diagnostics().size(), 1);
-        QVERIFY(err.diagnostics().first().startsWith(
-            QStringLiteral("printerconfig: ignoring /tmp/.lpinfo.log: ")));
+        // Not read, not followed, not written through: removed, and lpinfo (a fake that
+        // answers at once) fills a new file.
+        QVERIFY2(timer.elapsed() < 2000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(shell.commands(), QStringList{QStringLiteral("lpinfo -v >/tmp/.lpinfo.log")});
+        QVERIFY(isCacheMadeByLpinfo());
+        QCOMPARE(err.diagnostics(),
+                 QStringList{QStringLiteral("printerconfig: replacing /tmp/.lpinfo.log: ") +
+                             refusalOf(kind, cap)});
     }
 
-    void danglingLinkAsCacheIsNeitherFollowedNorFilled()
+    void danglingLinkAsCacheIsRemovedNeverFollowed()
     {
         // lpinfo's output redirected through this link would create the target as root.
         QVERIFY(QFile::link(QStringLiteral("/tmp/hostile"), paths::lpinfoCache()));
+        QVERIFY(sandbox::writeFile(lpinfoOut, lpinfoList));
+        StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        QCOMPARE(withUri(QString()).GetPrinterDevice(), QStringLiteral("usb:/dev/usb/lp0"));
-        QVERIFY(shell.commands().isEmpty());
+        QCOMPARE(withUri(QString()).GetPrinterDevice(), attachedPrinter);
+        QCOMPARE(shell.commands(), QStringList{QStringLiteral("lpinfo -v >/tmp/.lpinfo.log")});
         QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/hostile")));
+        QVERIFY(isCacheMadeByLpinfo());
+        QCOMPARE(err.diagnostics(),
+                 QStringList{
+                     QStringLiteral("printerconfig: replacing /tmp/.lpinfo.log: a symbolic link")});
     }
 
-    void linkAsCacheLeavesItsTargetUntouched()
+    void linkAsCacheIsReplacedAndItsTargetLeftUntouched()
     {
         QVERIFY(plantVictimLink(paths::lpinfoCache()));
+        QVERIFY(sandbox::writeFile(lpinfoOut, lpinfoList));
+        StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        QCOMPARE(withUri(QStringLiteral("usb://Old")).GetPrinterDevice(),
-                 QStringLiteral("usb:/dev/usb/lp0"));
-        QVERIFY(shell.commands().isEmpty());
+        QCOMPARE(withUri(QStringLiteral("usb://Old")).GetPrinterDevice(), attachedPrinter);
+        QCOMPARE(shell.commands(), QStringList{QStringLiteral("lpinfo -v >/tmp/.lpinfo.log")});
         QCOMPARE(sandbox::readFile(victim), victimContent);
+        QVERIFY(isCacheMadeByLpinfo());
+        QCOMPARE(err.diagnostics(),
+                 QStringList{
+                     QStringLiteral("printerconfig: replacing /tmp/.lpinfo.log: a symbolic link")});
     }
 
     void missingCacheIsCreatedByUsBeforeLpinfoFillsIt()

@@ -317,14 +317,45 @@ private slots:
         QCOMPARE(file.readAll(), QByteArray("x"));
     }
 
-    void folderChainOfOursIsTrustedEvenBeforeItExists()
+    void folderChainOfOursIsOursAndAMissingOneMissing()
     {
         QString reason;
-        QVERIFY(fileio::trustedFolder(at("a/b/c"), &reason));
+        QCOMPARE(fileio::examineFolder(at("a/b/c"), &reason), fileio::FolderState::Missing);
         QVERIFY(QDir().mkpath(at("a/b")));
-        QVERIFY(fileio::trustedFolder(at("a/b/c"), &reason));
-        QVERIFY(fileio::trustedFolder(at("a/b"), &reason));
+        QCOMPARE(fileio::examineFolder(at("a/b/c"), &reason), fileio::FolderState::Missing);
+        QCOMPARE(fileio::examineFolder(at("a/b"), &reason), fileio::FolderState::Ours);
         QVERIFY2(reason.isEmpty(), qPrintable(reason));
+    }
+
+    void makingAFolderCreatesTheMissingPartsAsOurs()
+    {
+        QVERIFY(QDir().mkpath(at("a")));
+        const mode_t mask = ::umask(0077); // the parts are 0755 whatever the umask
+        QString reason;
+        const fileio::FolderState made = fileio::makeTrustedFolder(at("a/b/c"), &reason);
+        ::umask(mask);
+        QVERIFY2(made == fileio::FolderState::Ours, qPrintable(reason));
+        for (const char *part : {"a/b", "a/b/c"}) {
+            struct stat st;
+            QCOMPARE(::lstat(QFile::encodeName(at(part)).constData(), &st), 0);
+            QVERIFY(S_ISDIR(st.st_mode));
+            QCOMPARE(int(st.st_mode & 07777), 0755);
+            QCOMPARE(st.st_uid, ::geteuid());
+        }
+        QCOMPARE(fileio::examineFolder(at("a/b/c"), &reason), fileio::FolderState::Ours);
+        // Made again, it is found and passes.
+        QCOMPARE(fileio::makeTrustedFolder(at("a/b/c"), &reason), fileio::FolderState::Ours);
+    }
+
+    void makingAFolderStopsAtAPartOthersControl()
+    {
+        QVERIFY(QDir().mkpath(at("open")));
+        QCOMPARE(::chmod(QFile::encodeName(at("open")).constData(), 0777), 0);
+        QString reason;
+        QCOMPARE(fileio::makeTrustedFolder(at("open/inner"), &reason),
+                 fileio::FolderState::Foreign);
+        QCOMPARE(reason, at("open") + QStringLiteral(" is writable by others (mode 0777)"));
+        QVERIFY(!QFileInfo::exists(at("open/inner")));
     }
 
     void stickyFolderAboveIsTrustedButNotAsTheFolderItself()
@@ -334,8 +365,8 @@ private slots:
         QVERIFY(QDir().mkpath(at("sticky/inner")));
         QCOMPARE(::chmod(QFile::encodeName(at("sticky")).constData(), 01777), 0);
         QString reason;
-        QVERIFY(fileio::trustedFolder(at("sticky/inner"), &reason));
-        QVERIFY(!fileio::trustedFolder(at("sticky"), &reason));
+        QCOMPARE(fileio::examineFolder(at("sticky/inner"), &reason), fileio::FolderState::Ours);
+        QCOMPARE(fileio::examineFolder(at("sticky"), &reason), fileio::FolderState::Foreign);
         QCOMPARE(reason, at("sticky") + QStringLiteral(" is writable by others (mode 1777)"));
     }
 
@@ -369,7 +400,9 @@ private slots:
                 QSKIP("this sandbox cannot give a folder to another user (entered without root)");
         }
         QString found;
-        QVERIFY(!fileio::trustedFolder(at("a/b"), &found));
+        QCOMPARE(fileio::examineFolder(at("a/b"), &found), fileio::FolderState::Foreign);
+        QCOMPARE(found, reason);
+        QCOMPARE(fileio::makeTrustedFolder(at("a/b"), &found), fileio::FolderState::Foreign);
         QCOMPARE(found, reason);
     }
 

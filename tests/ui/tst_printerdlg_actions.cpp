@@ -199,6 +199,7 @@ private slots:
     void cancellingAddChangesNothingAndWindowReappears();
     void editWithoutChangesRebuildsQueueAndRestages();
     void eachWizardRunReplacesThePreviousWizard();
+    void usbPrinterWithAnAddressThatLeavesItsQuotesIsNeitherSavedNorInstalled();
 };
 
 void TestPrinterDlgActions::initTestCase()
@@ -738,6 +739,32 @@ void TestPrinterDlgActions::eachWizardRunReplacesThePreviousWizard()
     delete window;
     window = nullptr;
     QVERIFY(!second);
+}
+
+void TestPrinterDlgActions::usbPrinterWithAnAddressThatLeavesItsQuotesIsNeitherSavedNorInstalled()
+{
+    // A USB device whose maker holds a quote: its address would run as a command.
+    QVERIFY(sandbox::writeFile(paths::lpinfoCache(), "direct usb://X';touch /tmp/owned;'/Y\n"));
+    openWindow();
+    const QStringList registryBefore = registryListing();
+    ShellRecorder shell(ShellRecorder::RecordAndRun);
+    bool refused = false;
+    const bool opened = clickWithModal("bAdd", [&](QWidget *wizard) {
+        auto *next = requireChild<QPushButton>(wizard, "bNext");
+        refused = answerModal([next] { next->click(); },
+                              [](QWidget *box) {
+                                  QVERIFY(qobject_cast<QMessageBox *>(box));
+                                  static_cast<QDialog *>(box)->accept();
+                              });
+        // Having read the message, the administrator can only cancel.
+        requireChild<QPushButton>(wizard, "bCancel")->click();
+    });
+    QVERIFY(opened);
+    QVERIFY(refused);
+    QVERIFY(shell.commands().isEmpty());
+    QVERIFY(sandbox::fakeCalls().isEmpty());
+    QCOMPARE(registryListing(), registryBefore);
+    QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/owned")));
 }
 
 QTEST_MAIN(TestPrinterDlgActions)

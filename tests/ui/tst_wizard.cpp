@@ -90,6 +90,12 @@ private slots:
     void summaryShowsYesWhenAlreadyDefaultWithBoxUnchecked();
     void uncheckedDefaultOnOtherPrinterShowsNoAndKeepsDefault();
 
+    // Device addresses that would leave their quotes in the lpadmin command
+    void usbAddressThatWouldLeaveItsQuotesIsRefused_data();
+    void usbAddressThatWouldLeaveItsQuotesIsRefused();
+    void hostWithAQuoteIsRefusedAndGetsTheFocus();
+    void storedAddressWithAQuoteIsRefusedWhenEdited();
+
     // Page flow and ending
     void backOnSummaryReturnsToPreferencesWithBackHidden();
     void closeButtonIsIgnoredUntilOkOrCancel();
@@ -103,6 +109,11 @@ private:
     }
     void open(bool edit);
     void setName(const QString &name);
+    // Clicks Next on the preferences page, answers the message box that must appear,
+    // checks that it is the critical box with this message, and that the page stayed.
+    void expectRefusal(const QString &message);
+    // The same for the refusal of the device address, which saves nothing at all.
+    void expectAddressRefused();
 
     PPDSet catalogue;
     Printer record;
@@ -508,22 +519,7 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
     child<QLineEdit>("leWinDriver")->setFocus();
     QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leWinDriver"));
 
-    bool seen = false;
-    auto answer = [&](QWidget *modal) {
-        auto *box = qobject_cast<QMessageBox *>(modal);
-        QVERIFY(box);
-        seen = true;
-        QCOMPARE(box->windowTitle(), QStringLiteral("Printer Configuration"));
-        QCOMPARE(box->text(), QStringLiteral("The printer name cannot contain spaces."));
-        QCOMPARE(box->icon(), QMessageBox::Critical);
-        QCOMPARE(box->standardButtons(), QMessageBox::StandardButtons(QMessageBox::Ok));
-        box->accept();
-    };
-    auto *next = child<QPushButton>("bNext");
-    QVERIFY(answerModal([next] { next->click(); }, answer));
-    QVERIFY(seen);
-
-    QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 7);
+    expectRefusal(QStringLiteral("The printer name cannot contain spaces."));
     QCOMPARE(record.name, QStringLiteral("Printer"));
     QCOMPARE(record.ppd, pcl4Ppd); // nothing was saved
     QCOMPARE(record.paper_size, QString());
@@ -532,6 +528,89 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
     QApplication::setActiveWindow(wizard.get());
     QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leName_2"));
     QVERIFY(child<QPushButton>("bBack")->isHidden());
+}
+
+void TestWizard::expectRefusal(const QString &message)
+{
+    bool seen = false;
+    auto answer = [&](QWidget *modal) {
+        auto *box = qobject_cast<QMessageBox *>(modal);
+        QVERIFY(box);
+        seen = true;
+        QCOMPARE(box->windowTitle(), QStringLiteral("Printer Configuration"));
+        QCOMPARE(box->text(), message);
+        QCOMPARE(box->icon(), QMessageBox::Critical);
+        QCOMPARE(box->standardButtons(), QMessageBox::StandardButtons(QMessageBox::Ok));
+        box->accept();
+    };
+    auto *next = child<QPushButton>("bNext");
+    QVERIFY(answerModal([next] { next->click(); }, answer));
+    QVERIFY(seen);
+    // The page stays and nothing of it reached the record or the summary.
+    QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 7);
+    QCOMPARE(record.paper_size, QString());
+    QCOMPARE(child<QTableWidget>("twProps")->item(0, 1)->text(), QStringLiteral("Name"));
+}
+
+void TestWizard::expectAddressRefused()
+{
+    expectRefusal(
+        QStringLiteral("The device address cannot contain a quote or a control character."));
+    QCOMPARE(record.win_driver, QString());
+    QVERIFY(record.path().isEmpty());
+    QCOMPARE(child<QTableWidget>("twProps")->item(3, 1)->text(), QStringLiteral("Connection"));
+}
+
+void TestWizard::usbAddressThatWouldLeaveItsQuotesIsRefused_data()
+{
+    // What a USB device says about itself ends up in the device list cache as it is.
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("quote in the maker") << QByteArray("direct usb://Evil';touch /tmp/owned;'/X");
+    QTest::newRow("escape sequence") << QByteArray("direct usb://Acme/\x1b[2JLaser");
+    QTest::newRow("C1 control character") << QByteArray("direct usb://Acme/\xc2\x9bLaser");
+}
+
+void TestWizard::usbAddressThatWouldLeaveItsQuotesIsRefused()
+{
+    QFETCH(QByteArray, line);
+    QVERIFY(sandbox::writeFile(lpinfoCache, "network socket\n" + line + "\n"));
+    open(false);
+    setName(QStringLiteral("Desk"));
+    expectAddressRefused();
+    QCOMPARE(record.name, QStringLiteral("Printer"));
+    // The admin can still leave; nothing else happens.
+    child<QPushButton>("bCancel")->click();
+    QVERIFY(!wizard->submitted);
+}
+
+void TestWizard::hostWithAQuoteIsRefusedAndGetsTheFocus()
+{
+    open(false);
+    wizard->show();
+    QApplication::setActiveWindow(wizard.get());
+    QVERIFY(QTest::qWaitForWindowActive(wizard.get()));
+    child<QRadioButton>("b_radioButtonRAW")->click();
+    child<QLineEdit>("leName_4")->setText(QStringLiteral("10.0.0.5'"));
+    expectAddressRefused();
+    QCOMPARE(wizard->focusWidget(), child<QLineEdit>("leName_4"));
+    QApplication::setActiveWindow(wizard.get());
+    QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leName_4"));
+    // Corrected, the same page passes.
+    child<QLineEdit>("leName_4")->setText(QStringLiteral("10.0.0.5"));
+    child<QPushButton>("bNext")->click();
+    QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 8);
+    QCOMPARE(record.device_uri, QStringLiteral("socket://10.0.0.5:9100"));
+}
+
+void TestWizard::storedAddressWithAQuoteIsRefusedWhenEdited()
+{
+    // A record file could hold any address; an unknown kind is kept as it is by Next.
+    record.name = QStringLiteral("Hall");
+    record.device_uri = QStringLiteral("ipp://host/printers/x';touch /tmp/owned;'");
+    record.ppd = pcl4Ppd;
+    open(true);
+    expectAddressRefused();
+    QCOMPARE(record.device_uri, QStringLiteral("ipp://host/printers/x';touch /tmp/owned;'"));
 }
 
 void TestWizard::nameWithUnderscorePasses()
