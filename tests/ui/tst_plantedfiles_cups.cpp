@@ -1,0 +1,467 @@
+// Files that another local user plants in /tmp while the tool works as root against
+// CUPS's own scheduler, started by "run-in-sandbox --real-cups" with its loopback printer.
+// The other user is nobody (support/attacker.h): links from the tool's scratch files to
+// files only root may read, and a forged device list. Each case checks what reached the
+// scheduler, the printer and the files, and that root's files stay as they were. The
+// test functions run in declaration order; later ones find the queues earlier ones made.
+#include "app/configure.h"
+#include "printer/paths.h"
+#include "printer/printer.h"
+#include "support/attacker.h"
+#include "support/sandbox.h"
+#include "support/stderrcapture.h"
+#include "ui/printerdlg.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QtTest>
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const QString postScriptPpd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
+const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
+// Root's own files, in the sandbox's folder that only root may write.
+const QString secretFolder = QStringLiteral("/tmp/.sandbox");
+// The printer that our stand-in for the usb backend reports to "lpinfo -v".
+const QString standInUsbDevice = QStringLiteral("usb://Sandbox/Receipt?serial=1");
+
+// What lstat says about a path: a link is described itself, never what it points to.
+struct PathState
+{
+    bool exists = false;
+    bool link = false;
+    bool regular = false;
+    uint ownerId = 0;
+    uint groupId = 0;
+    uint mode = 0;
+
+    QString describe() const
+    {
+        if (!exists)
+            return QStringLiteral("nothing");
+        QString kind = QStringLiteral("something");
+        if (link)
+            kind = QStringLiteral("a link");
+        else if (regular)
+            kind = QStringLiteral("a regular file");
+        return QStringLiteral("%1 of %2:%3, mode %4")
+            .arg(kind)
+            .arg(ownerId)
+            .arg(groupId)
+            .arg(mode, 4, 8, QLatin1Char('0'));
+    }
+};
+
+PathState pathState(const QString &path)
+{
+    PathState state;
+    struct stat st;
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return state;
+    state.exists = true;
+    state.link = S_ISLNK(st.st_mode);
+    state.regular = S_ISREG(st.st_mode);
+    state.ownerId = st.st_uid;
+    state.groupId = st.st_gid;
+    state.mode = st.st_mode & 07777;
+    return state;
+}
+
+// A regular file of root's (not a link, not anybody else's).
+bool isRootsRegularFile(const QString &path)
+{
+    const PathState state = pathState(path);
+    return state.exists && state.regular && state.ownerId == 0;
+}
+
+// A file only root may read, whose content is recognised wherever it turns up.
+QByteArray secretContent(const QString &what)
+{
+    return QByteArrayLiteral("root-only secret 5c1f7e90 (") + what.toUtf8() +
+           QByteArrayLiteral(")\n");
+}
+
+bool makeSecret(const QString &path, const QByteArray &content)
+{
+    sandbox::removePath(path);
+    if (!sandbox::writeFile(path, content))
+        return false;
+    const QByteArray name = QFile::encodeName(path);
+    if (::chown(name.constData(), 0, 0) != 0 || ::chmod(name.constData(), 0600) != 0)
+        return false;
+    // The other user can indeed not read it.
+    return attacker::act([name] { return ::open(name.constData(), O_RDONLY) < 0; });
+}
+
+// The secret holds what it held, and is still root's alone.
+bool secretUnchanged(const QString &path, const QByteArray &content, QString *why)
+{
+    const PathState state = pathState(path);
+    if (!state.regular || state.ownerId != 0 || state.groupId != 0 || state.mode != 0600) {
+        *why = path + QStringLiteral(" is now ") + state.describe();
+        return false;
+    }
+    const QByteArray now = sandbox::readFile(path);
+    if (now != content) {
+        *why = path + QStringLiteral(" now holds: ") + QString::fromLatin1(now.left(300));
+        return false;
+    }
+    return true;
+}
+
+// The PPD's "*DefaultPageSize" line, or an empty text.
+QString defaultPageSize(const QByteArray &ppd)
+{
+    for (const QByteArray &line : ppd.split('\n')) {
+        if (line.startsWith("*DefaultPageSize"))
+            return QString::fromLatin1(line).trimmed();
+    }
+    return QString();
+}
+
+QString queueDevice(const QString &name)
+{
+    return sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-v"), name})
+        .output.trimmed();
+}
+
+bool queueExists(const QString &name)
+{
+    return sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-p"), name}).status == 0;
+}
+
+QByteArray schedulerLogTail()
+{
+    return sandbox::readFile(qEnvironmentVariable("SANDBOX_CUPS_LOG")).right(4000);
+}
+
+// The scheduler of this sandbox (its PID namespace shows no other).
+pid_t schedulerPid()
+{
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &entry : entries) {
+        bool number = false;
+        const int pid = entry.toInt(&number);
+        if (number &&
+            sandbox::readFile(QStringLiteral("/proc/%1/comm").arg(entry)).trimmed() == "cupsd")
+            return pid_t(pid);
+    }
+    return -1;
+}
+
+// Our stand-in for CUPS's usb backend: asked for its devices (no arguments), it reports
+// one USB printer as the real backend would; it never prints.
+QByteArray standInUsbBackend()
+{
+    return QByteArrayLiteral("#!/bin/sh\n"
+                             "# Stand-in usb backend of the planted-files test.\n"
+                             "if [ $# -eq 0 ]; then\n"
+                             "    echo 'direct ") +
+           standInUsbDevice.toUtf8() +
+           QByteArrayLiteral(" \"Sandbox Receipt\" \"Sandbox Receipt (USB)\" "
+                             "\"MFG:Sandbox;MDL:Receipt;\" \"\"'\n"
+                             "fi\n"
+                             "exit 0\n");
+}
+
+QStringList sortedLines(const QByteArray &text)
+{
+    QStringList lines = QString::fromUtf8(text).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    lines.sort();
+    return lines;
+}
+
+} // namespace
+
+class TestPlantedFilesCups : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+
+    void linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePaperSize();
+    void linksPlantedAtTestPageFilesAreReplacedAndOnlyTheSettingsPagePrints();
+    void configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrintersConf();
+    void plantedDeviceCacheIsReplacedByRealLpinfoOutput();
+
+private:
+    Printer networkRecord(const QString &name, const QString &ppd) const;
+
+    QString m_printerUri;
+};
+
+void TestPlantedFilesCups::initTestCase()
+{
+    REQUIRE_SANDBOX();
+    if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
+        !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT") ||
+        !qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR"))
+        QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
+    REQUIRE_ATTACKER();
+    const sandbox::ProcessRun status =
+        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
+    QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
+             qPrintable(status.output));
+    for (const QString &path : {postScriptPpd, rawTextPpd, paths::textPrinterPreamble()})
+        QVERIFY2(!sandbox::readFile(path).isEmpty(), qPrintable(path));
+    m_printerUri =
+        QStringLiteral("socket://127.0.0.1:%1").arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+    Printer::setDefaultPrinterName(QString());
+
+    // The device's configuration folders, made by root before the tool runs.
+    for (const QString &folder :
+         {QStringLiteral("/tmp/config"), QStringLiteral("/tmp/config/files"),
+          paths::stagingFolder(), QStringLiteral("/tmp/config/registry"),
+          QStringLiteral("/tmp/config/registry/hardware"), paths::registryFolder()}) {
+        QVERIFY(QDir().mkpath(folder));
+        QCOMPARE(::chmod(QFile::encodeName(folder).constData(), 0755), 0);
+    }
+    QCOMPARE(pathState(secretFolder).ownerId, 0u);
+    QCOMPARE(pathState(secretFolder).mode & 022, 0u);
+
+    // The scheduler accepts a usb: device address only when a usb backend is installed,
+    // and the sandbox has none. A stand-in of ours goes into the sandbox's private
+    // backend folder: it reports one USB printer when asked and never prints.
+    const QString usbBackend = paths::backendFolder() + QStringLiteral("/usb");
+    QVERIFY2(!QFileInfo::exists(usbBackend), "the sandbox already has a usb backend");
+    QVERIFY(sandbox::writeFile(usbBackend, standInUsbBackend()));
+    QCOMPARE(::chmod(QFile::encodeName(usbBackend).constData(), 0755), 0);
+}
+
+Printer TestPlantedFilesCups::networkRecord(const QString &name, const QString &ppd) const
+{
+    Printer p;
+    p.name = name;
+    p.printer_class = QStringLiteral("network");
+    p.model = QStringLiteral("Loopback");
+    p.device_uri = m_printerUri;
+    p.ppd = ppd;
+    p.win_driver = QStringLiteral("Generic / Text Only");
+    p.paper_size = QStringLiteral("A4");
+    return p;
+}
+
+void TestPlantedFilesCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePaperSize()
+{
+    const QString name = QStringLiteral("Counter");
+    const QString scratchPpd = QStringLiteral("/tmp/Counter.ppd");
+    const QString queuePpd = QStringLiteral("/etc/cups/ppd/Counter.ppd");
+    const QString stagedPpd = paths::stagingFolder() + QStringLiteral("/Counter.ppd");
+    const QString secret = secretFolder + QStringLiteral("/secret-ppd");
+    const QByteArray content = secretContent(QStringLiteral("scratch PPD"));
+
+    Printer p = networkRecord(name, postScriptPpd);
+    p.Install();
+    QVERIFY2(queueExists(name), schedulerLogTail().constData());
+    // The fixture's own default, which the edit must change.
+    QCOMPARE(defaultPageSize(sandbox::readFile(queuePpd)),
+             QStringLiteral("*DefaultPageSize: Letter"));
+
+    QVERIFY(makeSecret(secret, content));
+    QVERIFY(attacker::plantLink(scratchPpd, secret));
+    QVERIFY2(pathState(scratchPpd).link && pathState(scratchPpd).ownerId == attacker::userId,
+             qPrintable(pathState(scratchPpd).describe()));
+
+    PrinterDlg window;
+    window.WaitForCUPS(&p);
+
+    QString why;
+    QVERIFY2(secretUnchanged(secret, content, &why), qPrintable(why));
+
+    const QByteArray ppd = sandbox::readFile(queuePpd);
+    QVERIFY2(!ppd.contains(content.trimmed()), ppd.left(600).constData());
+    QCOMPARE(defaultPageSize(ppd), QStringLiteral("*DefaultPageSize: A4"));
+    QVERIFY(ppd.contains("*NickName: \"Generic PostScript Printer"));
+
+    const QByteArray staged = sandbox::readFile(stagedPpd);
+    QVERIFY2(!staged.contains(content.trimmed()), staged.left(600).constData());
+    QCOMPARE(defaultPageSize(staged), QStringLiteral("*DefaultPageSize: A4"));
+    QCOMPARE(staged, ppd);
+
+    QVERIFY2(isRootsRegularFile(scratchPpd), qPrintable(pathState(scratchPpd).describe()));
+    QCOMPARE(sandbox::readFile(scratchPpd), ppd);
+
+    // The scheduler hands out the edited PPD: lpoptions fetches it from cupsd and marks
+    // its default page size.
+    const sandbox::ProcessRun options = sandbox::runProgram(
+        QStringLiteral("lpoptions"), {QStringLiteral("-p"), name, QStringLiteral("-l")});
+    QCOMPARE(options.status, 0);
+    QVERIFY2(!options.output.contains(QString::fromLatin1(content.trimmed())),
+             qPrintable(options.output));
+    QString pageSizeLine;
+    for (const QString &line : options.output.split(QLatin1Char('\n'))) {
+        if (line.startsWith(QLatin1String("PageSize/")))
+            pageSizeLine = line;
+    }
+    QVERIFY2(pageSizeLine.split(QLatin1Char(' ')).contains(QLatin1String("*A4")),
+             qPrintable(options.output));
+}
+
+void TestPlantedFilesCups::linksPlantedAtTestPageFilesAreReplacedAndOnlyTheSettingsPagePrints()
+{
+    const QString name = QStringLiteral("Till");
+    const QString settingsSecret = secretFolder + QStringLiteral("/secret-prtestinfo");
+    const QString pageSecret = secretFolder + QStringLiteral("/secret-prtest");
+    const QByteArray settingsContent = secretContent(QStringLiteral("test page settings"));
+    const QByteArray pageContent = secretContent(QStringLiteral("test page"));
+
+    Printer p = networkRecord(name, rawTextPpd);
+    p.Install();
+    QVERIFY2(queueExists(name), schedulerLogTail().constData());
+
+    QVERIFY(makeSecret(settingsSecret, settingsContent));
+    QVERIFY(makeSecret(pageSecret, pageContent));
+    sandbox::removePath(paths::testPageSettings());
+    sandbox::removePath(paths::testPageFile());
+    QVERIFY(attacker::plantLink(paths::testPageSettings(), settingsSecret));
+    QVERIFY(attacker::plantLink(paths::testPageFile(), pageSecret));
+
+    const int before = sandbox::loopbackJobsReceived();
+    p.PrintTestPage();
+    const QByteArray received = sandbox::waitForLoopbackJob(before + 1, 60000);
+    QVERIFY2(!received.isEmpty(), schedulerLogTail().constData());
+
+    const QByteArray expected =
+        sandbox::readFile(paths::textPrinterPreamble()) +
+        QByteArray("\tName:\t\tTill\r\n\r\n"
+                   "\tClass:\t\tnetwork\r\n\r\n"
+                   "\tModel:\t\tLoopback\r\n\r\n"
+                   "\tDevice:\t\t") +
+        m_printerUri.toUtf8() +
+        QByteArray("\r\n\r\n"
+                   "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
+                   "\tWindows Driver:\tGeneric / Text Only\r\n\r\n"
+                   "\tPaper Size:\tA4\r\n\r\n"
+                   "\r\n\x0c");
+    QCOMPARE(received, expected);
+    QVERIFY(!received.contains(settingsContent.trimmed()));
+    QVERIFY(!received.contains(pageContent.trimmed()));
+
+    QString why;
+    QVERIFY2(secretUnchanged(settingsSecret, settingsContent, &why), qPrintable(why));
+    QVERIFY2(secretUnchanged(pageSecret, pageContent, &why), qPrintable(why));
+    for (const QString &file : {paths::testPageSettings(), paths::testPageFile()})
+        QVERIFY2(isRootsRegularFile(file),
+                 qPrintable(file + QLatin1String(" is ") + pathState(file).describe()));
+    QCOMPARE(sandbox::readFile(paths::testPageFile()), expected);
+}
+
+void TestPlantedFilesCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrintersConf()
+{
+    const QString name = QStringLiteral("Receipt");
+    const QString storedUri = QStringLiteral("usb://EPSON/TM-T88V?serial=100");
+    const QString attachedUri = QStringLiteral("usb://EPSON/TM-T88V?serial=123");
+    const QString conf = paths::printersConf();
+
+    // A USB printer as the wizard stores and installs it.
+    Printer p;
+    p.name = name;
+    p.printer_class = QStringLiteral("direct");
+    p.model = QStringLiteral("TM-T88V");
+    p.device_uri = storedUri;
+    p.ppd = rawTextPpd;
+    p.win_driver = QStringLiteral("Generic / Text Only");
+    p.paper_size = QStringLiteral("A4");
+    p.UpdatePath();
+    QVERIFY(p.Commit());
+    p.Install();
+    QCOMPARE(queueDevice(name), QStringLiteral("device for Receipt: ") + storedUri);
+
+    // The scheduler writes printers.conf a while after a change (30 seconds by default).
+    const QByteArray storedLine = "DeviceURI " + storedUri.toUtf8() + '\n';
+    QTRY_VERIFY_WITH_TIMEOUT(sandbox::readFile(conf).contains(storedLine), 90000);
+    const QByteArray written = sandbox::readFile(conf);
+    QVERIFY2(written.contains("DeviceURI " + m_printerUri.toUtf8() + '\n'), written.constData());
+    const PathState before = pathState(conf);
+    QVERIFY(before.regular);
+    // What the scheduler gave it differs from what a file root simply makes would get,
+    // so keeping it is something the configure run has to do.
+    QVERIFY2(before.mode != 0644 || before.groupId != 0, qPrintable(before.describe()));
+
+    // The device list as root left it at an earlier start: the attached printer.
+    sandbox::removePath(paths::lpinfoCache());
+    QVERIFY(sandbox::writeFile(paths::lpinfoCache(),
+                               "network socket\ndirect " + attachedUri.toUtf8() + '\n'));
+    QCOMPARE(::chmod(QFile::encodeName(paths::lpinfoCache()).constData(), 0644), 0);
+
+    QCOMPARE(runConfigure(), 0);
+
+    const PathState after = pathState(conf);
+    QVERIFY2(after.regular, qPrintable(after.describe()));
+    QCOMPARE(after.mode, before.mode);
+    QCOMPARE(after.ownerId, before.ownerId);
+    QCOMPARE(after.groupId, before.groupId);
+    QByteArray expected = written;
+    expected.replace(storedLine, "DeviceURI " + attachedUri.toUtf8() + '\n');
+    QCOMPARE(sandbox::readFile(conf), expected);
+    QVERIFY(!QFileInfo::exists(paths::scratchPrintersConf()));
+
+    // The scheduler reads the rewritten file back when told to reload.
+    const pid_t scheduler = schedulerPid();
+    QVERIFY(scheduler > 0);
+    QCOMPARE(::kill(scheduler, SIGHUP), 0);
+    QTRY_COMPARE_WITH_TIMEOUT(queueDevice(name),
+                              QStringLiteral("device for Receipt: ") + attachedUri, 30000);
+    QCOMPARE(queueDevice(QStringLiteral("Till")),
+             QStringLiteral("device for Till: ") + m_printerUri);
+}
+
+void TestPlantedFilesCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
+{
+    const QString name = QStringLiteral("Local");
+    const QString owned = QStringLiteral("/tmp/owned");
+    const QString cache = paths::lpinfoCache();
+    const QString plantedUri = QStringLiteral("usb://X/Y';touch /tmp/owned;'");
+    sandbox::removePath(cache);
+    sandbox::removePath(owned);
+    QVERIFY(attacker::plantFile(cache, "direct " + plantedUri.toUtf8() + '\n'));
+    QCOMPARE(pathState(cache).ownerId, attacker::userId);
+
+    // A USB printer added through the wizard: its address is the attached device's.
+    Printer p;
+    p.name = name;
+    p.printer_class = QStringLiteral("direct");
+    p.model = QStringLiteral("USB printer");
+    p.ppd = rawTextPpd;
+    p.win_driver = QStringLiteral("Generic / Text Only");
+    p.paper_size = QStringLiteral("A4");
+    QStringList diagnostics;
+    {
+        StderrCapture capture;
+        p.device_uri = p.GetPrinterDevice();
+        p.Install();
+        diagnostics = capture.diagnostics();
+    }
+    QVERIFY2(diagnostics.contains(
+                 QStringLiteral("printerconfig: replacing /tmp/.lpinfo.log: owned by user %1")
+                     .arg(attacker::userId)),
+             qPrintable(diagnostics.join(QLatin1Char('\n'))));
+
+    QVERIFY(!QFileInfo::exists(owned));
+    QVERIFY2(isRootsRegularFile(cache), qPrintable(pathState(cache).describe()));
+    const QByteArray listed = sandbox::readFile(cache);
+    QVERIFY2(!listed.contains("touch"), listed.constData());
+    QVERIFY2(listed.contains("network socket\n"), listed.constData());
+    QVERIFY2(listed.contains("direct " + standInUsbDevice.toUtf8() + '\n'), listed.constData());
+    // The same list the scheduler gives now.
+    const sandbox::ProcessRun lpinfo =
+        sandbox::runProgram(QStringLiteral("lpinfo"), {QStringLiteral("-v")});
+    QCOMPARE(lpinfo.status, 0);
+    QCOMPARE(sortedLines(listed), sortedLines(lpinfo.output.toUtf8()));
+
+    QCOMPARE(p.device_uri, standInUsbDevice);
+    QCOMPARE(queueDevice(name), QStringLiteral("device for Local: ") + standInUsbDevice);
+    const sandbox::ProcessRun all =
+        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-v")});
+    QVERIFY2(!all.output.contains(QLatin1String("usb://X/Y")), qPrintable(all.output));
+}
+
+QTEST_MAIN(TestPlantedFilesCups)
+#include "tst_plantedfiles_cups.moc"
