@@ -520,6 +520,8 @@ void TestWizard::nameWithSpaceIsRefusedWithMessageAndFocus()
     QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leWinDriver"));
 
     expectRefusal(QStringLiteral("The printer name cannot contain spaces."));
+    if (QTest::currentTestFailed())
+        return;
     QCOMPARE(record.name, QStringLiteral("Printer"));
     QCOMPARE(record.ppd, pcl4Ppd); // nothing was saved
     QCOMPARE(record.paper_size, QString());
@@ -556,6 +558,8 @@ void TestWizard::expectAddressRefused()
 {
     expectRefusal(
         QStringLiteral("The device address cannot contain a quote or a control character."));
+    if (QTest::currentTestFailed())
+        return;
     QCOMPARE(record.win_driver, QString());
     QVERIFY(record.path().isEmpty());
     QCOMPARE(child<QTableWidget>("twProps")->item(3, 1)->text(), QStringLiteral("Connection"));
@@ -577,6 +581,8 @@ void TestWizard::usbAddressThatWouldLeaveItsQuotesIsRefused()
     open(false);
     setName(QStringLiteral("Desk"));
     expectAddressRefused();
+    if (QTest::currentTestFailed())
+        return;
     QCOMPARE(record.name, QStringLiteral("Printer"));
     // The admin can still leave; nothing else happens.
     child<QPushButton>("bCancel")->click();
@@ -592,6 +598,8 @@ void TestWizard::hostWithAQuoteIsRefusedAndGetsTheFocus()
     child<QRadioButton>("b_radioButtonRAW")->click();
     child<QLineEdit>("leName_4")->setText(QStringLiteral("10.0.0.5'"));
     expectAddressRefused();
+    if (QTest::currentTestFailed())
+        return;
     QCOMPARE(wizard->focusWidget(), child<QLineEdit>("leName_4"));
     QApplication::setActiveWindow(wizard.get());
     QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leName_4"));
@@ -610,6 +618,8 @@ void TestWizard::storedAddressWithAQuoteIsRefusedWhenEdited()
     record.ppd = pcl4Ppd;
     open(true);
     expectAddressRefused();
+    if (QTest::currentTestFailed())
+        return;
     QCOMPARE(record.device_uri, QStringLiteral("ipp://host/printers/x';touch /tmp/owned;'"));
 }
 
