@@ -26,7 +26,6 @@ namespace {
 
 const QString victim = QStringLiteral("/tmp/victim");
 const QByteArray victimContent = "belongs to someone else\n";
-const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 const QString pclPpd = paths::newPrinterPaperSizesPpd();
 const QString lpinfoOut = QStringLiteral("/tmp/.sandbox/lpinfo.out");
 const QByteArray lpinfoList = "network socket\ndirect usb://EPSON/TM-T88V?serial=123\n";

@@ -23,7 +23,6 @@ const QString sandboxDir = QStringLiteral("/tmp/.sandbox");
 const QString lpinfoOut = sandboxDir + QStringLiteral("/lpinfo.out");
 const QString owned = QStringLiteral("/tmp/owned");
 const QString registry = paths::registryFolder();
-const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 
 const QString attachedPrinter = QStringLiteral("usb://EPSON/TM-T88V?serial=123");
 const QByteArray lpinfoList = "network socket\n"
@@ -32,6 +31,10 @@ const QByteArray lpinfoList = "network socket\n"
 // What another user puts into the cache: an address that, between the single quotes of
 // the lpadmin command, would run a command of theirs as root.
 const QByteArray plantedList = "direct usb://X/Y';touch /tmp/owned;'\n";
+// The two commands that print the receipt printer's test page.
+const QStringList receiptTestPageCommands = {
+    QStringLiteral("cat /usr/share/cups/data/textonly.prn /tmp/prtestinfo > /tmp/prtest"),
+    QStringLiteral("lp -d Receipts /tmp/prtest")};
 const QString lpinfoCommand = QStringLiteral("lpinfo -v >/tmp/.lpinfo.log");
 
 // Files of root's that no one else may read or write, for links to point at.
@@ -39,39 +42,11 @@ const QString rootSecret = sandboxDir + QStringLiteral("/root-secret");
 const QString rootSettings = sandboxDir + QStringLiteral("/root-settings");
 const QString rootPage = sandboxDir + QStringLiteral("/root-page");
 
-// What lstat says about a path: the thing at the path itself, never a link's target.
-struct Entry
-{
-    bool exists = false;
-    bool link = false;
-    bool regular = false;
-    bool folder = false;
-    uint owner = 0;
-    int mode = 0;
-    int names = 0;
-};
-
-Entry entryAt(const QString &path)
-{
-    Entry entry;
-    struct stat st;
-    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
-        return entry;
-    entry.exists = true;
-    entry.link = S_ISLNK(st.st_mode);
-    entry.regular = S_ISREG(st.st_mode);
-    entry.folder = S_ISDIR(st.st_mode);
-    entry.owner = st.st_uid;
-    entry.mode = int(st.st_mode & 07777);
-    entry.names = int(st.st_nlink);
-    return entry;
-}
-
 // A regular file of root's that only root can change, with one name.
 bool isRootsOwnFile(const QString &path)
 {
-    const Entry entry = entryAt(path);
-    return entry.exists && entry.regular && !entry.link && entry.owner == 0 &&
+    const sandbox::PathEntry entry = sandbox::entryAt(path);
+    return entry.exists && entry.regular && !entry.link && entry.ownerId == 0 &&
            (entry.mode & 022) == 0 && entry.names == 1;
 }
 
@@ -122,41 +97,6 @@ Printer withUri(const QString &uri)
     return printerWithUri(QStringLiteral("Receipts"), uri);
 }
 
-Printer record(const QString &name)
-{
-    Printer p;
-    p.name = name;
-    p.printer_class = QStringLiteral("direct");
-    p.device_uri = QStringLiteral("usb:/dev/usb/lp0");
-    p.ppd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
-    p.paper_size = QStringLiteral("A4");
-    p.UpdatePath();
-    return p;
-}
-
-Printer rawPrinter()
-{
-    Printer p;
-    p.name = QStringLiteral("Receipts");
-    p.printer_class = QStringLiteral("direct");
-    p.model = QStringLiteral("TM-T88V");
-    p.device_uri = attachedPrinter;
-    p.ppd = rawTextPpd;
-    p.win_driver = QStringLiteral("EPSON TM-T88V Receipt");
-    p.paper_size = QStringLiteral("A4");
-    return p;
-}
-
-const QByteArray rawPrinterSettings =
-    "\tName:\t\tReceipts\r\n\r\n"
-    "\tClass:\t\tdirect\r\n\r\n"
-    "\tModel:\t\tTM-T88V\r\n\r\n"
-    "\tDevice:\t\tusb://EPSON/TM-T88V?serial=123\r\n\r\n"
-    "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
-    "\tWindows Driver:\tEPSON TM-T88V Receipt\r\n\r\n"
-    "\tPaper Size:\tA4\r\n\r\n"
-    "\r\n\x0c";
-
 enum class RegistryFault { OtherUsersChain, WritableByAll };
 enum class StagingFault { LinkIntoCupsFolder, OtherUsersFolderInStickyConfig };
 
@@ -192,7 +132,7 @@ private slots:
     {
         REQUIRE_ATTACKER();
         QVERIFY(attacker::plantFile(cache, plantedList));
-        QCOMPARE(entryAt(cache).owner, attacker::userId);
+        QCOMPARE(sandbox::entryAt(cache).ownerId, attacker::userId);
 
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
@@ -224,7 +164,7 @@ private slots:
         const int v = calls.first().indexOf(QStringLiteral("-v"));
         QVERIFY(v > 0);
         QCOMPARE(calls.first().value(v + 1), attachedPrinter);
-        QVERIFY(!entryAt(owned).exists);
+        QVERIFY(!sandbox::entryAt(owned).exists);
     }
 
     void linkPlantedAsCacheIsRemovedAndItsTargetLeftAlone()
@@ -233,17 +173,17 @@ private slots:
         const QByteArray secret = "root's own, not for lpinfo\n";
         QVERIFY(writeRootOnly(rootSecret, secret));
         QVERIFY(attacker::plantLink(cache, rootSecret));
-        QVERIFY(entryAt(cache).link);
+        QVERIFY(sandbox::entryAt(cache).link);
 
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         QCOMPARE(withUri(QString()).GetPrinterDevice(), attachedPrinter);
         QCOMPARE(shell.commands(), QStringList{lpinfoCommand});
         QCOMPARE(sandbox::readFile(rootSecret), secret);
-        const Entry target = entryAt(rootSecret);
+        const sandbox::PathEntry target = sandbox::entryAt(rootSecret);
         QCOMPARE(target.mode, 0600);
-        QCOMPARE(target.owner, 0u);
-        QVERIFY(!entryAt(cache).link);
+        QCOMPARE(target.ownerId, 0u);
+        QVERIFY(!sandbox::entryAt(cache).link);
         QVERIFY(isRootsOwnFile(cache));
         QCOMPARE(sandbox::readFile(cache), lpinfoList);
         QCOMPARE(err.diagnostics(),
@@ -256,7 +196,7 @@ private slots:
         REQUIRE_ATTACKER();
         const QByteArray name = QFile::encodeName(cache);
         QVERIFY(attacker::act([&] { return ::mkfifo(name.constData(), 0666) == 0; }));
-        QCOMPARE(entryAt(cache).owner, attacker::userId);
+        QCOMPARE(sandbox::entryAt(cache).ownerId, attacker::userId);
 
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
@@ -318,7 +258,7 @@ private slots:
             QVERIFY(shell.commands().isEmpty());
             QVERIFY(sandbox::fakeCalls().isEmpty());
             QCOMPARE(sandbox::readFile(cache), kept);
-            QCOMPARE(entryAt(cache).mode, mode);
+            QCOMPARE(sandbox::entryAt(cache).mode, mode);
             QVERIFY(err.diagnostics().isEmpty());
         } else {
             QCOMPARE(device, attachedPrinter);
@@ -343,9 +283,9 @@ private slots:
         QCOMPARE(withUri(QString()).GetPrinterDevice(), QStringLiteral("usb:/dev/usb/lp0"));
         QVERIFY(shell.commands().isEmpty());
         QVERIFY(sandbox::fakeCalls().isEmpty());
-        const Entry folder = entryAt(cache);
+        const sandbox::PathEntry folder = sandbox::entryAt(cache);
         QVERIFY(folder.folder);
-        QCOMPARE(folder.owner, attacker::userId);
+        QCOMPARE(folder.ownerId, attacker::userId);
         QCOMPARE(entriesOf(cache), QStringList{QStringLiteral("keep")});
         QCOMPARE(sandbox::readFile(inside), QByteArray("theirs\n"));
         QCOMPARE(err.diagnostics(),
@@ -371,24 +311,21 @@ private slots:
 
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
-        QCOMPARE(shell.commands(),
-                 QStringList({QStringLiteral("cat /usr/share/cups/data/textonly.prn "
-                                             "/tmp/prtestinfo > /tmp/prtest"),
-                              QStringLiteral("lp -d Receipts /tmp/prtest")}));
+        receiptPrinter().PrintTestPage();
+        QCOMPARE(shell.commands(), receiptTestPageCommands);
         QCOMPARE(sandbox::readFile(rootSettings), settingsSecret);
         QCOMPARE(sandbox::readFile(rootPage), pageSecret);
-        QCOMPARE(entryAt(rootSettings).mode, 0600);
-        QCOMPARE(entryAt(rootPage).mode, 0600);
+        QCOMPARE(sandbox::entryAt(rootSettings).mode, 0600);
+        QCOMPARE(sandbox::entryAt(rootPage).mode, 0600);
         QVERIFY(isRootsOwnFile(paths::testPageSettings()));
         QVERIFY(isRootsOwnFile(paths::testPageFile()));
-        QCOMPARE(sandbox::readFile(paths::testPageSettings()), rawPrinterSettings);
-        QCOMPARE(sandbox::readFile(paths::testPageFile()), preamble + rawPrinterSettings);
+        QCOMPARE(sandbox::readFile(paths::testPageSettings()), receiptPrinterSettings);
+        QCOMPARE(sandbox::readFile(paths::testPageFile()), preamble + receiptPrinterSettings);
         QCOMPARE(sandbox::fakeCalls(),
                  QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"),
                                       QStringLiteral("Receipts"), paths::testPageFile()}}));
         QCOMPARE(sandbox::readFile(sandboxDir + QStringLiteral("/lp-job-1")),
-                 preamble + rawPrinterSettings);
+                 preamble + receiptPrinterSettings);
         QVERIFY(err.diagnostics().isEmpty());
     }
 
@@ -401,7 +338,7 @@ private slots:
         QVERIFY(attacker::plantFile(paths::testPageSettings() + QStringLiteral("/x"), "x"));
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
+        receiptPrinter().PrintTestPage();
         QVERIFY(shell.commands().isEmpty());
         QVERIFY(sandbox::fakeCalls().isEmpty());
         QCOMPARE(err.diagnostics(),
@@ -418,11 +355,8 @@ private slots:
         QVERIFY(QDir().mkpath(paths::testPageSettings() + QStringLiteral("/inside")));
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
-        QCOMPARE(shell.commands(),
-                 QStringList({QStringLiteral("cat /usr/share/cups/data/textonly.prn "
-                                             "/tmp/prtestinfo > /tmp/prtest"),
-                              QStringLiteral("lp -d Receipts /tmp/prtest")}));
+        receiptPrinter().PrintTestPage();
+        QCOMPARE(shell.commands(), receiptTestPageCommands);
         QCOMPARE(sandbox::readFile(sandboxDir + QStringLiteral("/lp-job-1")),
                  sandbox::readFile(paths::textPrinterPreamble()));
         QCOMPARE(err.diagnostics().size(), 1);
@@ -471,7 +405,7 @@ private slots:
             QCOMPARE(err.diagnostics(), QStringList{refusal});
         }
         {
-            Printer office = record(QStringLiteral("Office"));
+            Printer office = postScriptPrinter(QStringLiteral("Office"));
             office.SetDefault();
             StderrCapture err;
             QVERIFY(!office.Commit());
@@ -479,7 +413,7 @@ private slots:
             QCOMPARE(err.diagnostics(), QStringList{refusal});
         }
         {
-            Printer evil = record(QStringLiteral("Evil"));
+            Printer evil = postScriptPrinter(QStringLiteral("Evil"));
             Printer::setDefaultPrinterName(QString());
             StderrCapture err;
             QVERIFY(!evil.Remove());
@@ -492,7 +426,7 @@ private slots:
     void registryOfRootIsReadAndWritten()
     {
         QVERIFY(makeRootChain(registry, 0755));
-        Printer office = record(QStringLiteral("Office"));
+        Printer office = postScriptPrinter(QStringLiteral("Office"));
         office.SetDefault();
         StderrCapture err;
         QVERIFY(office.Commit());
@@ -505,7 +439,7 @@ private slots:
             QCOMPARE(Printer::defaultPrinterName(), QStringLiteral("Office"));
         }
         QVERIFY(office.Remove());
-        QVERIFY(!entryAt(registry + QStringLiteral("/Office.pr")).exists);
+        QVERIFY(!sandbox::entryAt(registry + QStringLiteral("/Office.pr")).exists);
         QVERIFY(err.diagnostics().isEmpty());
     }
 
@@ -544,7 +478,7 @@ private slots:
         }
         QCOMPARE(sandbox::readFile(paths::stagingFolder() + QStringLiteral("/Office.ppd")), ppd);
 
-        Printer office = record(QStringLiteral("Office"));
+        Printer office = postScriptPrinter(QStringLiteral("Office"));
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         office.Uninstall();
@@ -577,7 +511,7 @@ private slots:
     void addressThatCouldLeaveItsQuotesInstallsNothing()
     {
         QFETCH(QString, uri);
-        Printer office = record(QStringLiteral("Office"));
+        Printer office = postScriptPrinter(QStringLiteral("Office"));
         office.device_uri = uri;
         office.SetDefault();
         StderrCapture err;

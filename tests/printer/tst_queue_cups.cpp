@@ -2,6 +2,7 @@
 // "run-in-sandbox --real-cups", with a loopback printer that keeps every job it receives.
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -9,7 +10,6 @@
 
 namespace {
 
-const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 const QString postScriptPpd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
 
 // A data file as the sandbox provides it (our fixtures, laid over the system folders).
@@ -32,15 +32,7 @@ private:
 
     Printer record(const QString &name, const QString &ppd) const
     {
-        Printer p;
-        p.name = name;
-        p.printer_class = QStringLiteral("network");
-        p.model = QStringLiteral("Loopback");
-        p.device_uri = m_printerUri;
-        p.ppd = ppd;
-        p.win_driver = QStringLiteral("Generic / Text Only");
-        p.paper_size = QStringLiteral("A4");
-        return p;
+        return loopbackPrinter(name, ppd, m_printerUri);
     }
 
     static bool queueExists(const QString &name)

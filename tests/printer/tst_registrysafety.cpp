@@ -1,6 +1,7 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/childprocess.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -44,18 +45,6 @@ Read readRegistry()
     return read;
 }
 
-Printer makePrinter(const QString &name)
-{
-    Printer p;
-    p.name = name;
-    p.printer_class = QStringLiteral("direct");
-    p.device_uri = QStringLiteral("usb:/dev/usb/lp0");
-    p.ppd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
-    p.paper_size = QStringLiteral("A4");
-    p.UpdatePath();
-    return p;
-}
-
 bool makeFifo(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
@@ -89,7 +78,7 @@ private slots:
         sandbox::removePath(QStringLiteral("/tmp/config"));
         sandbox::removePath(QStringLiteral("/etc/cups/x.pr"));
         Printer::setDefaultPrinterName(QString());
-        QVERIFY(makePrinter(QStringLiteral("Office")).Commit());
+        QVERIFY(postScriptPrinter(QStringLiteral("Office")).Commit());
     }
 
     void namedPipeAsDefaultEntryGivesNoDefaultWithoutWaiting()
@@ -158,7 +147,7 @@ private slots:
 
     void printerWithEmptyNameIsListedAndDeletable()
     {
-        Printer unnamed = makePrinter(QString());
+        Printer unnamed = postScriptPrinter(QString());
         QCOMPARE(unnamed.path(), registry + QStringLiteral("/.pr"));
         QVERIFY(unnamed.Commit());
         QHash<QString, Printer *> printers = Printer::GetPrinters();
@@ -182,7 +171,7 @@ private slots:
         const auto commandsFor = [](const QString &name) {
             return childprocess::run([name] {
                 ShellRecorder shell;
-                Printer p = makePrinter(name);
+                Printer p = postScriptPrinter(name);
                 p.SetDefault();
                 p.Uninstall();
                 p.SetCupsDefault();
@@ -217,7 +206,7 @@ private slots:
         QFETCH(QString, name);
         QFETCH(QString, target);
         const childprocess::Outcome run = childprocess::run([&] {
-            Printer p = makePrinter(name);
+            Printer p = postScriptPrinter(name);
             p.SetDefault();
             return QByteArray(p.Commit() ? "written" : "refused");
         });
@@ -232,11 +221,11 @@ private slots:
     {
         const QString target = QStringLiteral("/tmp/config/etc/x.pr");
         QVERIFY(sandbox::writeFile(target, "name=../../../etc/x\n"));
-        Printer office = makePrinter(QStringLiteral("Office"));
+        Printer office = postScriptPrinter(QStringLiteral("Office"));
         office.SetDefault();
         QVERIFY(office.Commit());
         const childprocess::Outcome run = childprocess::run([] {
-            Printer p = makePrinter(QStringLiteral("../../../etc/x"));
+            Printer p = postScriptPrinter(QStringLiteral("../../../etc/x"));
             Printer::setDefaultPrinterName(p.name);
             return QByteArray(p.Remove() ? "removed" : "refused");
         });
@@ -248,7 +237,7 @@ private slots:
 
     void nameWithASlashStayingInsideWritesIntoASubfolder()
     {
-        Printer p = makePrinter(QStringLiteral("floor2/Office"));
+        Printer p = postScriptPrinter(QStringLiteral("floor2/Office"));
         QVERIFY(p.Commit());
         QVERIFY(QFileInfo(registry + QStringLiteral("/floor2/Office.pr")).isFile());
         QVERIFY(p.Remove());

@@ -1,5 +1,6 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -10,22 +11,8 @@ namespace {
 
 const QString settingsFile = paths::testPageSettings();
 const QString pageFile = paths::testPageFile();
-const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 const QString catCommand =
     QStringLiteral("cat /usr/share/cups/data/textonly.prn /tmp/prtestinfo > /tmp/prtest");
-
-Printer rawPrinter()
-{
-    Printer p;
-    p.name = QStringLiteral("Receipts");
-    p.printer_class = QStringLiteral("direct");
-    p.model = QStringLiteral("TM-T88V");
-    p.device_uri = QStringLiteral("usb://EPSON/TM-T88V?serial=123");
-    p.ppd = rawTextPpd;
-    p.win_driver = QStringLiteral("EPSON TM-T88V Receipt");
-    p.paper_size = QStringLiteral("A4");
-    return p;
-}
 
 // Prints the test page with every command recorded and returns the settings text written.
 QByteArray settingsWrittenFor(Printer p)
@@ -34,16 +21,6 @@ QByteArray settingsWrittenFor(Printer p)
     p.PrintTestPage();
     return sandbox::readFile(settingsFile);
 }
-
-const QByteArray rawPrinterSettings =
-    "\tName:\t\tReceipts\r\n\r\n"
-    "\tClass:\t\tdirect\r\n\r\n"
-    "\tModel:\t\tTM-T88V\r\n\r\n"
-    "\tDevice:\t\tusb://EPSON/TM-T88V?serial=123\r\n\r\n"
-    "\tCups Driver:\t/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd\r\n\r\n"
-    "\tWindows Driver:\tEPSON TM-T88V Receipt\r\n\r\n"
-    "\tPaper Size:\tA4\r\n\r\n"
-    "\r\n\x0c";
 
 } // namespace
 
@@ -66,7 +43,7 @@ private slots:
     void rawTextPrinterGetsTheTextPageCommands()
     {
         ShellRecorder shell;
-        rawPrinter().PrintTestPage();
+        receiptPrinter().PrintTestPage();
         QCOMPARE(shell.commands(),
                  QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
     }
@@ -90,7 +67,7 @@ private slots:
     void otherPpdGetsThePostScriptPage()
     {
         QFETCH(QString, ppd);
-        Printer p = rawPrinter();
+        Printer p = receiptPrinter();
         p.ppd = ppd;
         ShellRecorder shell;
         p.PrintTestPage();
@@ -101,7 +78,7 @@ private slots:
 
     void rawTextMarkerIsFoundAnywhereInThePpdPath()
     {
-        Printer p = rawPrinter();
+        Printer p = receiptPrinter();
         p.ppd = QStringLiteral("/tmp/config/files/cups/copy-of--Generic-Text-Only-Raw.ppd.orig");
         ShellRecorder shell;
         p.PrintTestPage();
@@ -112,8 +89,8 @@ private slots:
     void settingsFileHoldsTheSevenEntriesAndTheClosingFormFeed()
     {
         ShellRecorder shell;
-        rawPrinter().PrintTestPage();
-        QCOMPARE(sandbox::readFile(settingsFile), rawPrinterSettings);
+        receiptPrinter().PrintTestPage();
+        QCOMPARE(sandbox::readFile(settingsFile), receiptPrinterSettings);
     }
 
     void emptyFieldsPrintTheirLabelsFollowedByNothing()
@@ -138,7 +115,7 @@ private slots:
 
     void emptyPaperSizePrintsTabLabelTabAndLineEnd()
     {
-        Printer p = rawPrinter();
+        Printer p = receiptPrinter();
         p.paper_size.clear();
         ShellRecorder shell;
         p.PrintTestPage();
@@ -148,7 +125,7 @@ private slots:
     void textPageEndsWithAFormFeed()
     {
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
+        receiptPrinter().PrintTestPage();
         QVERIFY(sandbox::readFile(settingsFile).endsWith("\r\n\x0c"));
         const QByteArray page = sandbox::readFile(pageFile);
         QVERIFY(!page.isEmpty());
@@ -160,21 +137,21 @@ private slots:
         const QByteArray preamble = sandbox::readFile(paths::textPrinterPreamble());
         QVERIFY2(!preamble.isEmpty(), "the sandbox provides a text printer preamble");
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
-        QCOMPARE(sandbox::readFile(pageFile), preamble + rawPrinterSettings);
+        receiptPrinter().PrintTestPage();
+        QCOMPARE(sandbox::readFile(pageFile), preamble + receiptPrinterSettings);
         // The fake lp kept what it was asked to print.
         QCOMPARE(sandbox::fakeCalls(),
                  QList<QStringList>({{QStringLiteral("lp"), QStringLiteral("-d"),
                                       QStringLiteral("Receipts"), pageFile}}));
         const QString job = qEnvironmentVariable("SANDBOX_DIR") + QStringLiteral("/lp-job-1");
-        QCOMPARE(sandbox::readFile(job), preamble + rawPrinterSettings);
+        QCOMPARE(sandbox::readFile(job), preamble + receiptPrinterSettings);
     }
 
     void postScriptPageIsPrintedFromTheCupsDataFolder()
     {
         const QByteArray testPage = sandbox::readFile(paths::postScriptTestPage());
         QVERIFY2(testPage.startsWith("%!"), "the sandbox provides a PostScript test page");
-        Printer p = rawPrinter();
+        Printer p = receiptPrinter();
         p.ppd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         p.PrintTestPage();
@@ -190,14 +167,14 @@ private slots:
     {
         QVERIFY(sandbox::writeFile(settingsFile, QByteArray(4096, 'x')));
         ShellRecorder shell;
-        rawPrinter().PrintTestPage();
-        QCOMPARE(sandbox::readFile(settingsFile), rawPrinterSettings);
+        receiptPrinter().PrintTestPage();
+        QCOMPARE(sandbox::readFile(settingsFile), receiptPrinterSettings);
     }
 
     void settingsAndPageFilesAreLeftInPlace()
     {
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
+        receiptPrinter().PrintTestPage();
         QVERIFY(QFileInfo::exists(settingsFile));
         QVERIFY(QFileInfo::exists(pageFile));
     }
@@ -207,7 +184,7 @@ private slots:
         // A folder in the way: the settings cannot be written, the commands run anyway.
         QVERIFY(QDir().mkpath(settingsFile));
         ShellRecorder shell;
-        rawPrinter().PrintTestPage();
+        receiptPrinter().PrintTestPage();
         QCOMPARE(shell.commands(),
                  QStringList({catCommand, QStringLiteral("lp -d Receipts /tmp/prtest")}));
         QVERIFY(QFileInfo(settingsFile).isDir());
@@ -221,16 +198,16 @@ private slots:
         const QByteArray saved = sandbox::readFile(preamble);
         QVERIFY(QFile::remove(preamble));
         ShellRecorder shell(ShellRecorder::RecordAndRun);
-        rawPrinter().PrintTestPage();
+        receiptPrinter().PrintTestPage();
         QVERIFY(sandbox::writeFile(preamble, saved));
         QCOMPARE(shell.commands().size(), 2);
-        QCOMPARE(sandbox::readFile(pageFile), rawPrinterSettings);
+        QCOMPARE(sandbox::readFile(pageFile), receiptPrinterSettings);
         QCOMPARE(sandbox::fakeCalls().size(), 1);
     }
 
     void fieldsWithPercentSignsAreWrittenLiterally()
     {
-        Printer p = rawPrinter();
+        Printer p = receiptPrinter();
         p.model = QStringLiteral("100% Laser %1");
         p.win_driver = QStringLiteral("%2 driver");
         const QByteArray written = settingsWrittenFor(p);
@@ -242,7 +219,7 @@ private slots:
     {
         if (QTextCodec::codecForLocale()->name() != "UTF-8")
             QSKIP("the test runs under a UTF-8 locale (LANG=C.UTF-8); this one is not");
-        Printer p = rawPrinter();
+        Printer p = receiptPrinter();
         p.name = QStringLiteral("B\u00fcro");
         p.model = QStringLiteral("\u00c9tiquette 58");
         const QByteArray written = settingsWrittenFor(p);

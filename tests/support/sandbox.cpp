@@ -8,6 +8,8 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#include <sys/stat.h>
+
 namespace sandbox {
 
 bool inside()
@@ -60,6 +62,41 @@ void removePath(const QString &path)
         QDir(path).removeRecursively();
     else
         QFile::remove(path);
+}
+
+QString PathEntry::describe() const
+{
+    if (!exists)
+        return QStringLiteral("nothing");
+    QString kind = QStringLiteral("something");
+    if (link)
+        kind = QStringLiteral("a link");
+    else if (regular)
+        kind = QStringLiteral("a regular file");
+    else if (folder)
+        kind = QStringLiteral("a folder");
+    return QStringLiteral("%1 of %2:%3, mode %4")
+        .arg(kind)
+        .arg(ownerId)
+        .arg(groupId)
+        .arg(mode, 4, 8, QLatin1Char('0'));
+}
+
+PathEntry entryAt(const QString &path)
+{
+    PathEntry entry;
+    struct stat st;
+    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return entry;
+    entry.exists = true;
+    entry.link = S_ISLNK(st.st_mode);
+    entry.regular = S_ISREG(st.st_mode);
+    entry.folder = S_ISDIR(st.st_mode);
+    entry.ownerId = st.st_uid;
+    entry.groupId = st.st_gid;
+    entry.mode = int(st.st_mode & 07777);
+    entry.names = int(st.st_nlink);
+    return entry;
 }
 
 QString fixtures()

@@ -27,6 +27,22 @@ void removePath(const QString &path);
 // The fixture folder (tests/data).
 QString fixtures();
 
+// What lstat says about a path: the thing at the path itself, never a link's target.
+struct PathEntry
+{
+    bool exists = false;
+    bool link = false;
+    bool regular = false;
+    bool folder = false;
+    uint ownerId = 0;
+    uint groupId = 0;
+    int mode = 0;  // the permission bits
+    int names = 0; // hard links
+    // For failure messages: "a regular file of 0:0, mode 0600", "nothing", ...
+    QString describe() const;
+};
+PathEntry entryAt(const QString &path);
+
 // A program run to its end, standard output and error merged. status is -1 when it
 // crashed or did not finish within the time limit (it is killed then).
 struct ProcessRun

@@ -8,6 +8,7 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/attacker.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/stderrcapture.h"
 #include "ui/printerdlg.h"
@@ -25,58 +26,15 @@
 namespace {
 
 const QString postScriptPpd = QStringLiteral("/usr/share/ppd/cups-included/postscript.ppd");
-const QString rawTextPpd = QStringLiteral("/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd");
 // Root's own files, in the sandbox's folder that only root may write.
 const QString secretFolder = QStringLiteral("/tmp/.sandbox");
 // The printer that our stand-in for the usb backend reports to "lpinfo -v".
 const QString standInUsbDevice = QStringLiteral("usb://Sandbox/Receipt?serial=1");
 
-// What lstat says about a path: a link is described itself, never what it points to.
-struct PathState
-{
-    bool exists = false;
-    bool link = false;
-    bool regular = false;
-    uint ownerId = 0;
-    uint groupId = 0;
-    uint mode = 0;
-
-    QString describe() const
-    {
-        if (!exists)
-            return QStringLiteral("nothing");
-        QString kind = QStringLiteral("something");
-        if (link)
-            kind = QStringLiteral("a link");
-        else if (regular)
-            kind = QStringLiteral("a regular file");
-        return QStringLiteral("%1 of %2:%3, mode %4")
-            .arg(kind)
-            .arg(ownerId)
-            .arg(groupId)
-            .arg(mode, 4, 8, QLatin1Char('0'));
-    }
-};
-
-PathState pathState(const QString &path)
-{
-    PathState state;
-    struct stat st;
-    if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
-        return state;
-    state.exists = true;
-    state.link = S_ISLNK(st.st_mode);
-    state.regular = S_ISREG(st.st_mode);
-    state.ownerId = st.st_uid;
-    state.groupId = st.st_gid;
-    state.mode = st.st_mode & 07777;
-    return state;
-}
-
 // A regular file of root's (not a link, not anybody else's).
 bool isRootsRegularFile(const QString &path)
 {
-    const PathState state = pathState(path);
+    const sandbox::PathEntry state = sandbox::entryAt(path);
     return state.exists && state.regular && state.ownerId == 0;
 }
 
@@ -102,7 +60,7 @@ bool makeSecret(const QString &path, const QByteArray &content)
 // The secret holds what it held, and is still root's alone.
 bool secretUnchanged(const QString &path, const QByteArray &content, QString *why)
 {
-    const PathState state = pathState(path);
+    const sandbox::PathEntry state = sandbox::entryAt(path);
     if (!state.regular || state.ownerId != 0 || state.groupId != 0 || state.mode != 0600) {
         *why = path + QStringLiteral(" is now ") + state.describe();
         return false;
@@ -223,8 +181,8 @@ void TestPlantedFilesCups::initTestCase()
         QVERIFY(QDir().mkpath(folder));
         QCOMPARE(::chmod(QFile::encodeName(folder).constData(), 0755), 0);
     }
-    QCOMPARE(pathState(secretFolder).ownerId, 0u);
-    QCOMPARE(pathState(secretFolder).mode & 022, 0u);
+    QCOMPARE(sandbox::entryAt(secretFolder).ownerId, 0u);
+    QCOMPARE(sandbox::entryAt(secretFolder).mode & 022, 0);
 
     // The scheduler accepts a usb: device address only when a usb backend is installed,
     // and the sandbox has none. A stand-in of ours goes into the sandbox's private
@@ -237,15 +195,7 @@ void TestPlantedFilesCups::initTestCase()
 
 Printer TestPlantedFilesCups::networkRecord(const QString &name, const QString &ppd) const
 {
-    Printer p;
-    p.name = name;
-    p.printer_class = QStringLiteral("network");
-    p.model = QStringLiteral("Loopback");
-    p.device_uri = m_printerUri;
-    p.ppd = ppd;
-    p.win_driver = QStringLiteral("Generic / Text Only");
-    p.paper_size = QStringLiteral("A4");
-    return p;
+    return loopbackPrinter(name, ppd, m_printerUri);
 }
 
 void TestPlantedFilesCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePaperSize()
@@ -266,8 +216,9 @@ void TestPlantedFilesCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePa
 
     QVERIFY(makeSecret(secret, content));
     QVERIFY(attacker::plantLink(scratchPpd, secret));
-    QVERIFY2(pathState(scratchPpd).link && pathState(scratchPpd).ownerId == attacker::userId,
-             qPrintable(pathState(scratchPpd).describe()));
+    QVERIFY2(sandbox::entryAt(scratchPpd).link &&
+                 sandbox::entryAt(scratchPpd).ownerId == attacker::userId,
+             qPrintable(sandbox::entryAt(scratchPpd).describe()));
 
     PrinterDlg window;
     window.WaitForCUPS(&p);
@@ -285,7 +236,7 @@ void TestPlantedFilesCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePa
     QCOMPARE(defaultPageSize(staged), QStringLiteral("*DefaultPageSize: A4"));
     QCOMPARE(staged, ppd);
 
-    QVERIFY2(isRootsRegularFile(scratchPpd), qPrintable(pathState(scratchPpd).describe()));
+    QVERIFY2(isRootsRegularFile(scratchPpd), qPrintable(sandbox::entryAt(scratchPpd).describe()));
     QCOMPARE(sandbox::readFile(scratchPpd), ppd);
 
     // The scheduler hands out the edited PPD: lpoptions fetches it from cupsd and marks
@@ -349,7 +300,7 @@ void TestPlantedFilesCups::linksPlantedAtTestPageFilesAreReplacedAndOnlyTheSetti
     QVERIFY2(secretUnchanged(pageSecret, pageContent, &why), qPrintable(why));
     for (const QString &file : {paths::testPageSettings(), paths::testPageFile()})
         QVERIFY2(isRootsRegularFile(file),
-                 qPrintable(file + QLatin1String(" is ") + pathState(file).describe()));
+                 qPrintable(file + QLatin1String(" is ") + sandbox::entryAt(file).describe()));
     QCOMPARE(sandbox::readFile(paths::testPageFile()), expected);
 }
 
@@ -379,7 +330,7 @@ void TestPlantedFilesCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrin
     QTRY_VERIFY_WITH_TIMEOUT(sandbox::readFile(conf).contains(storedLine), 90000);
     const QByteArray written = sandbox::readFile(conf);
     QVERIFY2(written.contains("DeviceURI " + m_printerUri.toUtf8() + '\n'), written.constData());
-    const PathState before = pathState(conf);
+    const sandbox::PathEntry before = sandbox::entryAt(conf);
     QVERIFY(before.regular);
     // What the scheduler gave it differs from what a file root simply makes would get,
     // so keeping it is something the configure run has to do.
@@ -393,7 +344,7 @@ void TestPlantedFilesCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrin
 
     QCOMPARE(runConfigure(), 0);
 
-    const PathState after = pathState(conf);
+    const sandbox::PathEntry after = sandbox::entryAt(conf);
     QVERIFY2(after.regular, qPrintable(after.describe()));
     QCOMPARE(after.mode, before.mode);
     QCOMPARE(after.ownerId, before.ownerId);
@@ -422,7 +373,7 @@ void TestPlantedFilesCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
     sandbox::removePath(cache);
     sandbox::removePath(owned);
     QVERIFY(attacker::plantFile(cache, "direct " + plantedUri.toUtf8() + '\n'));
-    QCOMPARE(pathState(cache).ownerId, attacker::userId);
+    QCOMPARE(sandbox::entryAt(cache).ownerId, attacker::userId);
 
     // A USB printer added through the wizard: its address is the attached device's.
     Printer p;
@@ -445,7 +396,7 @@ void TestPlantedFilesCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
              qPrintable(diagnostics.join(QLatin1Char('\n'))));
 
     QVERIFY(!QFileInfo::exists(owned));
-    QVERIFY2(isRootsRegularFile(cache), qPrintable(pathState(cache).describe()));
+    QVERIFY2(isRootsRegularFile(cache), qPrintable(sandbox::entryAt(cache).describe()));
     const QByteArray listed = sandbox::readFile(cache);
     QVERIFY2(!listed.contains("touch"), listed.constData());
     QVERIFY2(listed.contains("network socket\n"), listed.constData());
