@@ -40,11 +40,7 @@ struct ReadResult
 // A file that does not exist is Missing; anything else that cannot be read is Refused.
 ReadResult readRegularFile(const QString &path, qint64 maxBytes);
 
-// Opens path for reading if it is a regular file; returns the descriptor (the caller
-// closes it) or -1 with the reason in *reason (empty when the file does not exist).
-int openRegularFile(const QString &path, QString *reason);
-
-// For files read as a stream rather than whole: opens path as openRegularFile does,
+// For files read as a stream rather than whole: opens path if it is a regular file,
 // refuses it when it is already larger than maxBytes, and otherwise hands the descriptor
 // to file, opened with mode (ReadOnly, optionally Text), which then owns it. The result
 // carries no data. A refused file is reported with reportUnreadable. The size is checked
@@ -115,9 +111,8 @@ bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason
 bool writeFreshFile(const QString &path, const QByteArray &data, QString *reason,
                     const FileAttributes &attributes, QString *warning);
 
-// True when anything at all stands at path: a file, a folder, a device, or a link,
-// even one that points nowhere (lstat, the link itself is not followed). A path that
-// cannot be examined counts as taken.
-bool pathTaken(const QString &path);
+// Writes all of data to fd, going on after interrupted and partial writes. Returns 0, or
+// the errno of the failure (ENOSPC for a write that wrote nothing without an error).
+int writeAll(int fd, const QByteArray &data);
 
 } // namespace fileio

@@ -431,15 +431,6 @@ private slots:
             QVERIFY(warning.startsWith(QStringLiteral("cannot give ")));
         }
     }
-
-    void pathTakenSeesDanglingLinks()
-    {
-        QVERIFY(!fileio::pathTaken(at("none")));
-        QVERIFY(QFile::link(at("nowhere"), at("dangling")));
-        QVERIFY(fileio::pathTaken(at("dangling")));
-        QVERIFY(sandbox::writeFile(at("plain"), "x"));
-        QVERIFY(fileio::pathTaken(at("plain")));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestRegularFile)

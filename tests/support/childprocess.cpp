@@ -1,5 +1,7 @@
 #include "support/childprocess.h"
 
+#include "fileio/regularfile.h"
+
 #include <QElapsedTimer>
 
 #include <cerrno>
@@ -12,25 +14,6 @@
 #include <unistd.h>
 
 namespace childprocess {
-
-namespace {
-
-void writeAll(int fd, const QByteArray &data)
-{
-    const char *p = data.constData();
-    qint64 left = data.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, size_t(left));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
-        p += n;
-        left -= n;
-    }
-}
-
-} // namespace
 
 Outcome run(const std::function<QByteArray()> &work, int timeoutMs)
 {
@@ -56,7 +39,7 @@ Outcome run(const std::function<QByteArray()> &work, int timeoutMs)
         ::dup2(errorPipe[1], 2);
         const QByteArray result = work();
         std::fflush(stderr);
-        writeAll(resultPipe[1], result);
+        fileio::writeAll(resultPipe[1], result);
         // Leave without the test's exit handlers: they belong to the parent.
         ::_exit(0);
     }

@@ -56,22 +56,6 @@ void removeStaleTemporaries(const QString &folder)
     ::closedir(dir);
 }
 
-bool writeAll(int fd, const QByteArray &data)
-{
-    const char *p = data.constData();
-    qint64 left = data.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, size_t(left));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        left -= n;
-    }
-    return true;
-}
-
 } // namespace
 
 PersistentObject::PersistentObject() = default;
@@ -120,7 +104,7 @@ bool PersistentObject::Commit(const QString &path)
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0)
         return false;
-    bool written = ::fchmod(fd, 0644) == 0 && writeAll(fd, data) && ::fsync(fd) == 0;
+    bool written = ::fchmod(fd, 0644) == 0 && fileio::writeAll(fd, data) == 0 && ::fsync(fd) == 0;
     written = ::close(fd) == 0 && written;
     if (written && ::rename(temporary.constData(), QFile::encodeName(path).constData()) == 0)
         return true;
