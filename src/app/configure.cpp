@@ -3,6 +3,7 @@
 #include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/staging.h"
 
 #include <fileio/regularfile.h>
 #include <zeq/system.h>
@@ -94,18 +95,11 @@ int runConfigure()
         // Every pass copies the staged files again and rewrites every USB device line
         // with this record's URI, so the record processed last decides. That is the
         // intended behaviour: a thin client has a single local printer port.
-        // The staged files become CUPS's configuration, so they are copied only from a
-        // staging folder that no one else can change. One that does not exist is made
-        // (empty) first: otherwise anyone could make it, full of files, before cp looks.
-        QString reason;
-        if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) !=
-            fileio::FolderState::Foreign) {
+        // The staged files become CUPS's configuration.
+        if (stagingFolderIsOurs(QStringLiteral("not copying from ") + paths::stagingFolder())) {
             const QString copy = commands::cp() + QLatin1Char(' ') + paths::stagingFolder();
             zeq::System::ExecShell(copy + QLatin1String("/* ") + paths::cupsFolder());
             zeq::System::ExecShell(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
-        } else {
-            fileio::report(
-                QStringLiteral("not copying from %1: %2").arg(paths::stagingFolder(), reason));
         }
         bool written = false;
         if (!prepareScratchConf(uri, &written))

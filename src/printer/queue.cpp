@@ -2,6 +2,7 @@
 
 #include "printer/device.h"
 #include "printer/paths.h"
+#include "printer/staging.h"
 
 #include <fileio/regularfile.h>
 #include <zeq/system.h>
@@ -38,14 +39,8 @@ void Printer::Uninstall()
 {
     zeq::System::ExecShell(QStringLiteral("%1 -x %2").arg(commands::lpadmin(), name));
     // The staged copy is removed only from a staging folder that no one else controls.
-    // One that does not exist is made first, so that no one else can make it (with a
-    // link inside leading elsewhere) before rm runs.
-    QString reason;
-    if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) ==
-        fileio::FolderState::Foreign) {
-        fileio::report(QStringLiteral("not using %1: %2").arg(paths::stagingFolder(), reason));
+    if (!stagingFolderIsOurs(QStringLiteral("not using ") + paths::stagingFolder()))
         return;
-    }
     zeq::System::ExecShell(commands::rm() + QLatin1Char(' ') + paths::stagingFolder() +
                            QLatin1Char('/') + name + QLatin1String(".ppd"));
 }

@@ -29,8 +29,7 @@ void Printer::PrintTestPage()
 
     // Both files live in the world-writable /tmp, so each is made afresh by us: a link
     // planted there is removed, never written through. The settings are written in the
-    // locale's encoding, as a text stream would. If they cannot be written the page is
-    // printed all the same, with whatever the command finds.
+    // locale's encoding, as a text stream would.
     QString reason;
     const QString settingsFile = paths::testPageSettings();
     const QString pageFile = paths::testPageFile();

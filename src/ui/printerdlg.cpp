@@ -3,6 +3,7 @@
 #include "common/windowchrome.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/staging.h"
 #include "ui/wizarddlg.h"
 
 #include <fileio/regularfile.h>
@@ -164,15 +165,10 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
         zeq::System::ExecShell(command);
         zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
                                paths::queuePpdFolder());
-        // cp follows a link standing in the target folder, so the copy is staged only in
-        // a folder that no one else can change, made by us if it is not there yet.
-        QString reason;
-        if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) !=
-            fileio::FolderState::Foreign)
+        // cp follows a link standing in the target folder.
+        if (stagingFolderIsOurs(QStringLiteral("not staging ") + scratchPpd))
             zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd +
                                    QLatin1Char(' ') + paths::stagingFolder());
-        else
-            fileio::report(QStringLiteral("not staging %1: %2").arg(scratchPpd, reason));
     }
 
     zeq::System::ExecShell(commands::initIca());

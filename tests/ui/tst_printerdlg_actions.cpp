@@ -10,6 +10,7 @@
 #include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
+#include "support/stderrcapture.h"
 #include "support/widgets.h"
 #include "ui/printerdlg.h"
 
@@ -200,6 +201,7 @@ private slots:
     void editWithoutChangesRebuildsQueueAndRestages();
     void eachWizardRunReplacesThePreviousWizard();
     void usbPrinterWithAnAddressThatLeavesItsQuotesIsNeitherSavedNorInstalled();
+    void editedPpdIsNotStagedInAFolderOthersCanWrite();
 };
 
 void TestPrinterDlgActions::initTestCase()
@@ -765,6 +767,26 @@ void TestPrinterDlgActions::usbPrinterWithAnAddressThatLeavesItsQuotesIsNeitherS
     QVERIFY(sandbox::fakeCalls().isEmpty());
     QCOMPARE(registryListing(), registryBefore);
     QVERIFY(!QFileInfo::exists(QStringLiteral("/tmp/owned")));
+}
+
+void TestPrinterDlgActions::editedPpdIsNotStagedInAFolderOthersCanWrite()
+{
+    // cp follows a link planted in its target folder: the copy into staging is left out,
+    // the rest (the queue's own PPD, the device scripts) goes on.
+    openWindow();
+    Printer office = officeRecord(QStringLiteral("A4"));
+    QVERIFY(QDir().mkpath(paths::stagingFolder()));
+    QVERIFY(QFile::setPermissions(QStringLiteral("/tmp/config/files"),
+                                  QFileDevice::Permissions(0x7777)));
+    StderrCapture err;
+    ShellRecorder shell;
+    window->WaitForCUPS(&office);
+    QStringList expected = stagingCommands(QStringLiteral("Office"), QStringLiteral("A4"));
+    expected.removeAll(QStringLiteral("cp /tmp/Office.ppd /tmp/config/files/cups"));
+    QCOMPARE(shell.commands(), expected);
+    QCOMPARE(err.diagnostics(),
+             QStringList{QStringLiteral("printerconfig: not staging /tmp/Office.ppd: "
+                                        "/tmp/config/files is writable by others (mode 0777)")});
 }
 
 QTEST_MAIN(TestPrinterDlgActions)
