@@ -3,10 +3,10 @@
 #include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/shell.h"
 #include "printer/staging.h"
 
 #include <fileio/regularfile.h>
-#include <zeq/system.h>
 
 #include <QDebug>
 
@@ -98,8 +98,8 @@ int runConfigure()
         // The staged files become CUPS's configuration.
         if (stagingFolderIsOurs(QStringLiteral("not copying from ") + paths::stagingFolder())) {
             const QString copy = commands::cp() + QLatin1Char(' ') + paths::stagingFolder();
-            zeq::System::ExecShell(copy + QLatin1String("/* ") + paths::cupsFolder());
-            zeq::System::ExecShell(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
+            shell::run(copy + QLatin1String("/* ") + paths::cupsFolder());
+            shell::run(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
         }
         bool written = false;
         if (!prepareScratchConf(uri, &written))
@@ -107,9 +107,8 @@ int runConfigure()
         // Only a complete file may replace printers.conf: a half-written one (a full
         // /tmp) would lose the printers CUPS knows.
         if (written)
-            zeq::System::ExecShell(commands::mv() + QLatin1Char(' ') +
-                                   paths::scratchPrintersConf() + QLatin1Char(' ') +
-                                   paths::cupsFolder() + QLatin1Char('/'));
+            shell::run(commands::mv() + QLatin1Char(' ') + paths::scratchPrintersConf() +
+                       QLatin1Char(' ') + paths::cupsFolder() + QLatin1Char('/'));
     }
     return 0;
 }

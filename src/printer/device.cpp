@@ -2,9 +2,9 @@
 
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/shell.h"
 
 #include <fileio/regularfile.h>
-#include <zeq/system.h>
 
 #include <QBuffer>
 #include <QDebug>
@@ -43,7 +43,7 @@ bool makeCache(const QString &cache)
             QStringLiteral("not running lpinfo: cannot create %1: %2").arg(cache, reason));
         return false;
     }
-    zeq::System::ExecShell(commands::lpinfo() + QLatin1String(" -v >") + cache);
+    shell::run(commands::lpinfo() + QLatin1String(" -v >") + cache);
     return true;
 }
 } // namespace

@@ -1,16 +1,16 @@
 #include "printer/printer.h"
 
 #include "printer/paths.h"
+#include "printer/shell.h"
 
 #include <fileio/regularfile.h>
-#include <zeq/system.h>
 
 #include <QString>
 
 void Printer::PrintTestPage()
 {
     if (!ppd.contains(paths::rawTextDriverMarker())) {
-        zeq::System::ExecShell(
+        shell::run(
             QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, paths::postScriptTestPage()));
         return;
     }
@@ -52,8 +52,7 @@ void Printer::PrintTestPage()
         fileio::report(QStringLiteral("no test page: cannot create %1: %2").arg(pageFile, reason));
         return;
     }
-    zeq::System::ExecShell(
-        QStringLiteral("%1 %2 %3 > %4")
-            .arg(commands::cat(), paths::textPrinterPreamble(), settingsFile, pageFile));
-    zeq::System::ExecShell(QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, pageFile));
+    shell::run(QStringLiteral("%1 %2 %3 > %4")
+                   .arg(commands::cat(), paths::textPrinterPreamble(), settingsFile, pageFile));
+    shell::run(QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, pageFile));
 }

@@ -3,11 +3,11 @@
 #include "common/windowchrome.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/shell.h"
 #include "printer/staging.h"
 #include "ui/wizarddlg.h"
 
 #include <fileio/regularfile.h>
-#include <zeq/system.h>
 
 #include <QDebug>
 #include <QHash>
@@ -162,18 +162,18 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
         command += QLatin1String("/g\" ");
         command += QLatin1String(" >");
         command += scratchPpd;
-        zeq::System::ExecShell(command);
-        zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
-                               paths::queuePpdFolder());
+        shell::run(command);
+        shell::run(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
+                   paths::queuePpdFolder());
         // cp follows a link standing in the target folder.
         if (stagingFolderIsOurs(QStringLiteral("not staging ") + scratchPpd))
-            zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd +
-                                   QLatin1Char(' ') + paths::stagingFolder());
+            shell::run(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
+                       paths::stagingFolder());
     }
 
-    zeq::System::ExecShell(commands::initIca());
-    zeq::System::ExecShell(commands::citrixCupsPrinter());
-    zeq::System::ExecShell(commands::waitForCups() + QLatin1Char('&'));
+    shell::run(commands::initIca());
+    shell::run(commands::citrixCupsPrinter());
+    shell::run(commands::waitForCups() + QLatin1Char('&'));
 }
 
 void PrinterDlg::addPrinter()
@@ -228,7 +228,7 @@ void PrinterDlg::deletePrinter()
     p->Uninstall();
     updatePrinterList();
     // Deleting restages nothing; only the wait for the print service is started.
-    zeq::System::ExecShell(commands::waitForCups() + QLatin1Char('&'));
+    shell::run(commands::waitForCups() + QLatin1Char('&'));
 }
 
 void PrinterDlg::quit()

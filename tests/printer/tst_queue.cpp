@@ -3,8 +3,6 @@
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
-#include <zeq/system.h>
-
 #include <QtTest>
 
 #include <utility>

@@ -14,8 +14,6 @@
 #include "support/widgets.h"
 #include "ui/printerdlg.h"
 
-#include <zeq/system.h>
-
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
