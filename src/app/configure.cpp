@@ -6,7 +6,8 @@
 #include "printer/shell.h"
 #include "printer/staging.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
+#include "fileio/freshfile.h"
 
 #include <QDebug>
 
@@ -19,16 +20,15 @@ namespace {
 bool prepareScratchConf(const QString &uri, bool *written)
 {
     *written = false;
-    const fileio::ReadResult current =
-        fileio::readRegularFileReporting(paths::printersConf(), fileio::largeFileCap);
+    const fileio::ReadResult current = fileio::read(paths::printersConf(), {fileio::largeFileCap});
     if (!current.ok())
         return false;
     // A device address that could break out of its line is not written (the staged
     // file, copied back above, keeps its own).
     if (!isSafeDeviceUri(uri)) {
-        fileio::report(QStringLiteral("not rewriting the USB device lines of %1: the device "
-                                      "address holds a quote or a control character")
-                           .arg(paths::printersConf()));
+        diagnostic::report(
+            QStringLiteral("not rewriting the USB device lines of %1").arg(paths::printersConf()),
+            QStringLiteral("the device address holds a quote or a control character"));
         return true;
     }
     QString reason;
@@ -37,15 +37,22 @@ bool prepareScratchConf(const QString &uri, bool *written)
     // /tmp (a link planted to redirect our write, say) is removed first. It takes the
     // mode, owner and group of the file it replaces (the scheduler keeps it 0600 or 0640,
     // group lp: device URIs can hold passwords), and mv keeps them in /etc/cups.
-    if (fileio::writeFreshFile(paths::scratchPrintersConf(),
-                               rewriteUsbDeviceLines(current.data, uri), &reason,
-                               current.attributes, &warning)) {
+    const QString scratch = paths::scratchPrintersConf();
+    fileio::FreshFile file;
+    file.data = rewriteUsbDeviceLines(current.data, uri);
+    file.exact = &current.attributes;
+    file.warning = &warning;
+    if (fileio::makeFreshFile(scratch, file, &reason)) {
         *written = true;
         if (!warning.isEmpty())
-            fileio::report(warning);
+            diagnostic::report(QStringLiteral("cannot give %1 to user %2, group %3")
+                                   .arg(scratch)
+                                   .arg(current.attributes.ownerId)
+                                   .arg(current.attributes.groupId),
+                               warning);
     } else {
-        fileio::report(QStringLiteral("not replacing %1: cannot write %2: %3")
-                           .arg(paths::printersConf(), paths::scratchPrintersConf(), reason));
+        diagnostic::report(QStringLiteral("not replacing %1").arg(paths::printersConf()),
+                           QStringLiteral("cannot write %1: %2").arg(scratch, reason));
     }
     return true;
 }

@@ -22,7 +22,7 @@ inline QString styleSheetPath()
 // The style sheet bytes as Latin-1 text up to the first NUL byte.
 QString styleSheetFromBytes(const QByteArray &bytes);
 // Reads styleSheetPath(); a missing file, or one that is not a regular file of ours
-// (fileio::readTrustedFile) of at most 1 MiB, gives an empty text.
+// (fileio::read, as every file under /tmp) of at most 1 MiB, gives an empty text.
 QString loadStyleSheet();
 
 // Top-left position that puts a window of the given size in the middle of the area:

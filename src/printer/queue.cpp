@@ -5,7 +5,7 @@
 #include "printer/shell.h"
 #include "printer/staging.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
 
 #include <unistd.h>
 
@@ -14,9 +14,9 @@ void Printer::Install()
     // The address goes between single quotes into a command run as root; one that could
     // leave them installs nothing. The wizard refuses such an address before it gets here.
     if (!isSafeDeviceUri(device_uri)) {
-        fileio::report(QStringLiteral("not installing %1: its device address holds a quote or "
-                                      "a control character")
-                           .arg(name));
+        diagnostic::report(
+            QStringLiteral("not installing ") + name,
+            QStringLiteral("its device address holds a quote or a control character"));
         return;
     }
     // The command is built piece by piece; the two spaces after "lpadmin" and the

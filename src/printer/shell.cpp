@@ -1,6 +1,7 @@
 #include "printer/shell.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
+
 #include <zeq/system.h>
 
 namespace shell {
@@ -38,8 +39,8 @@ Runner setRunner(Runner runner)
 int run(const QString &command)
 {
     if (command.contains(QChar(0))) {
-        fileio::report(QStringLiteral("not running a command that contains a NUL character: ") +
-                       printable(command));
+        diagnostic::report(QStringLiteral("not running a command that contains a NUL character"),
+                           printable(command));
         return -1;
     }
     if (const Runner &runner = installedRunner())

@@ -2,7 +2,8 @@
 
 #include "printer/paths.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
+#include "fileio/folders.h"
 
 bool stagingFolderIsOurs(const QString &refusal)
 {
@@ -11,6 +12,6 @@ bool stagingFolderIsOurs(const QString &refusal)
     QString reason;
     if (fileio::makeTrustedFolder(paths::stagingFolder(), &reason) != fileio::FolderState::Foreign)
         return true;
-    fileio::report(refusal + QLatin1String(": ") + reason);
+    diagnostic::report(refusal, reason);
     return false;
 }

@@ -3,7 +3,9 @@
 #include "printer/paths.h"
 #include "printer/shell.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
+#include "fileio/folders.h"
+#include "fileio/freshfile.h"
 
 #include <QString>
 
@@ -33,23 +35,27 @@ void Printer::PrintTestPage()
     QString reason;
     const QString settingsFile = paths::testPageSettings();
     const QString pageFile = paths::testPageFile();
-    if (!fileio::writeFreshFile(settingsFile, settings.toLocal8Bit(), &reason)) {
-        fileio::report(QStringLiteral("cannot write %1: %2").arg(settingsFile, reason));
+    fileio::FreshFile settingsText;
+    settingsText.data = settings.toLocal8Bit();
+    if (!fileio::makeFreshFile(settingsFile, settingsText, &reason)) {
+        diagnostic::report(QStringLiteral("cannot write ") + settingsFile, reason);
         // The page is printed all the same only when what stands in the way is a folder
         // of ours, which cat then fails on harmlessly. Anything else there (another
         // user's folder, a link planted again just after ours was removed) could be
         // swapped for a link to a secret before cat reads it, and that must not print.
         QString why;
         if (fileio::examineFolder(settingsFile, &why) != fileio::FolderState::Ours) {
-            fileio::report(QStringLiteral("no test page: %1 is not ours").arg(settingsFile));
+            diagnostic::report(QStringLiteral("no test page"),
+                               settingsFile + QStringLiteral(" is not ours"));
             return;
         }
     }
 
     // The page file is written by the shell's redirect, which follows links: without a
     // fresh file of ours at its path nothing may write it, nor print what stands there.
-    if (!fileio::createFreshFile(pageFile, &reason)) {
-        fileio::report(QStringLiteral("no test page: cannot create %1: %2").arg(pageFile, reason));
+    if (!fileio::makeFreshFile(pageFile, {}, &reason)) {
+        diagnostic::report(QStringLiteral("no test page"),
+                           QStringLiteral("cannot create %1: %2").arg(pageFile, reason));
         return;
     }
     shell::run(QStringLiteral("%1 %2 %3 > %4")

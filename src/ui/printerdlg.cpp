@@ -7,7 +7,8 @@
 #include "printer/staging.h"
 #include "ui/wizarddlg.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
+#include "fileio/freshfile.h"
 
 #include <QDebug>
 #include <QHash>
@@ -41,10 +42,10 @@ bool makeScratchPpd(const QString &ppdFile)
     QString reason;
     if (ppdFile.contains(QLatin1Char('/')))
         reason = QStringLiteral("the printer name holds a '/'");
-    else if (fileio::createFreshFile(scratch, &reason))
+    else if (fileio::makeFreshFile(scratch, {}, &reason))
         return true;
-    fileio::report(
-        QStringLiteral("not editing the queue's PPD: cannot create %1: %2").arg(scratch, reason));
+    diagnostic::report(QStringLiteral("not editing the queue's PPD"),
+                       QStringLiteral("cannot create %1: %2").arg(scratch, reason));
     return false;
 }
 

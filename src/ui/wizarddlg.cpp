@@ -6,7 +6,7 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
 
-#include <fileio/regularfile.h>
+#include "fileio/read.h"
 
 #include <QBuffer>
 #include <QCloseEvent>
@@ -184,8 +184,7 @@ void WizardDlg::loadPaperSizes()
     qDebug().noquote() << "WizardDlg::loadPaperSizes" << printer->ppd;
     cbPaperSize->clear();
     // The path comes from the record; only a regular file of at most 16 MiB is read.
-    const fileio::ReadResult read =
-        fileio::readRegularFileReporting(printer->ppd, fileio::ppdFileCap);
+    const fileio::ReadResult read = fileio::read(printer->ppd, {fileio::ppdFileCap});
     if (!read.ok()) {
         qDebug() << "Cant open file";
         return;

@@ -82,7 +82,7 @@ private:
         QCOMPARE(r.loaded, false);
         QCOMPARE(r.text, QStringLiteral("dflt"));
         QCOMPARE(r.flag, true);
-        QCOMPARE(r.errors, QStringLiteral("printerconfig: ignoring %1: %2\n").arg(path, reason));
+        QCOMPARE(r.errors, QStringLiteral("libzeq2: ignoring %1: %2\n").arg(path, reason));
     }
 
 private slots:
