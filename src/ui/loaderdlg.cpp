@@ -1,4 +1,4 @@
-#include "drivers/loaderdlg.h"
+#include "ui/loaderdlg.h"
 
 #include "common/windowchrome.h"
 
