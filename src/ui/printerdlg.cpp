@@ -1,14 +1,9 @@
 #include "ui/printerdlg.h"
 
 #include "common/windowchrome.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
-#include "printer/shell.h"
 #include "printer/staging.h"
 #include "ui/wizarddlg.h"
-
-#include "common/report.h"
-#include "fileio/freshfile.h"
 
 #include <QDebug>
 #include <QHash>
@@ -29,24 +24,6 @@ int itemIconIndex(const Printer &printer)
     if (printer.IsNetwork())
         return printer.IsDefault() ? DefaultNetworkIcon : NetworkIcon;
     return printer.IsDefault() ? DefaultLocalIcon : LocalIcon;
-}
-
-// The edited PPD is written by the shell's redirect into the world-writable /tmp (a
-// redirect follows links) and then copied over the queue's PPD, so a file planted there
-// could hand CUPS a driver of someone else's choosing. The file is therefore made afresh
-// by us before the edit; when that cannot be done (or the name would reach outside /tmp)
-// the edit and both copies are left out, with one line on standard error.
-bool makeScratchPpd(const QString &ppdFile)
-{
-    const QString scratch = paths::scratchFolder() + QLatin1Char('/') + ppdFile;
-    QString reason;
-    if (ppdFile.contains(QLatin1Char('/')))
-        reason = QStringLiteral("the printer name holds a '/'");
-    else if (fileio::makeFreshFile(scratch, {}, &reason))
-        return true;
-    diagnostic::report(QStringLiteral("not editing the queue's PPD"),
-                       QStringLiteral("cannot create %1: %2").arg(scratch, reason));
-    return false;
 }
 
 } // namespace
@@ -148,33 +125,8 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
         return;
     usleep(10000);
 
-    const QString ppdFile = printer->name + QLatin1String(".ppd");
-    // A raw text queue has no page sizes to set, so its PPD is left alone and not staged.
-    if (!printer->ppd.contains(paths::rawTextDriverMarker()) && makeScratchPpd(ppdFile)) {
-        // No blank before the pipe and two before the redirection: the line has always
-        // been issued this way. The paper size goes into the sed expression as it is.
-        const QString queuePpd = paths::queuePpdFolder() + QLatin1Char('/') + ppdFile;
-        const QString scratchPpd = paths::scratchFolder() + QLatin1Char('/') + ppdFile;
-        QString command = commands::cat() + QLatin1Char(' ') + queuePpd;
-        command += QLatin1String("| ");
-        command += commands::sed();
-        command += QLatin1String(" -e \"s/DefaultPageSize.*/DefaultPageSize: ");
-        command += printer->paper_size;
-        command += QLatin1String("/g\" ");
-        command += QLatin1String(" >");
-        command += scratchPpd;
-        shell::run(command);
-        shell::run(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
-                   paths::queuePpdFolder());
-        // cp follows a link standing in the target folder.
-        if (stagingFolderIsOurs(QStringLiteral("not staging ") + scratchPpd))
-            shell::run(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
-                       paths::stagingFolder());
-    }
-
-    shell::run(commands::initIca());
-    shell::run(commands::citrixCupsPrinter());
-    shell::run(commands::waitForCups() + QLatin1Char('&'));
+    stageQueuePpd(*printer);
+    announceQueues();
 }
 
 void PrinterDlg::addPrinter()
@@ -229,7 +181,7 @@ void PrinterDlg::deletePrinter()
     p->Uninstall();
     updatePrinterList();
     // Deleting restages nothing; only the wait for the print service is started.
-    shell::run(commands::waitForCups() + QLatin1Char('&'));
+    waitForPrintService();
 }
 
 void PrinterDlg::quit()

@@ -1,5 +1,6 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/staging.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -226,6 +227,37 @@ private slots:
         QCOMPARE(shell.commands().size(), 2);
         QVERIFY2(shell.sinceStart() < 0.4,
                  qPrintable(QStringLiteral("Uninstall took %1 s").arg(shell.sinceStart())));
+    }
+
+    void stagingSetsThePaperSizeAndCopiesTheEditedPpdTwice()
+    {
+        Printer laser = office();
+        laser.name = QStringLiteral("Laser");
+        laser.ppd = QStringLiteral("/usr/share/ppd/std1/HP/HP-OfficeJet_Pro_1175C-pcl3.ppd");
+        laser.paper_size = QStringLiteral("Letter");
+        ShellRecorder shell;
+        stageQueuePpd(laser);
+        QCOMPARE(shell.commands(),
+                 QStringList({"cat /etc/cups/ppd/Laser.ppd| sed -e "
+                              "\"s/DefaultPageSize.*/DefaultPageSize: Letter/g\"  >/tmp/Laser.ppd",
+                              "cp /tmp/Laser.ppd /etc/cups/ppd",
+                              "cp /tmp/Laser.ppd /tmp/config/files/cups"}));
+    }
+
+    void rawTextQueueIsNotStaged()
+    {
+        ShellRecorder shell;
+        stageQueuePpd(office());
+        QCOMPARE(shell.commands(), QStringList());
+    }
+
+    void announcingTellsTheSessionThenWaitsInTheBackground()
+    {
+        ShellRecorder shell;
+        announceQueues();
+        waitForPrintService();
+        QCOMPARE(shell.commands(),
+                 QStringList({"init_ica", "CitrixCUPSPrinter", "waitforCUPS&", "waitforCUPS&"}));
     }
 };
 
