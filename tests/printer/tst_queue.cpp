@@ -1,6 +1,7 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
 #include "printer/staging.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
 
@@ -91,25 +92,28 @@ private slots:
                      QStringLiteral("lpadmin -d came %1 s after cupsaccept").arg(shell.gap(1, 2))));
     }
 
-    void installWithAnEmptyDeviceUriPassesAnEmptyQuotedUri()
+    void installPassesAnEmptyFieldAsEmptyQuotes_data()
     {
-        Printer p = office();
-        p.device_uri.clear();
-        ShellRecorder shell;
-        p.Install();
-        QCOMPARE(shell.commands().first(),
-                 QStringLiteral("lpadmin  -p Office -D 'Office' -v '' "
-                                "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E"));
+        QTest::addColumn<bool>("emptyUri");
+        QTest::addColumn<QString>("lpadmin");
+        QTest::newRow("device address")
+            << true
+            << QStringLiteral("lpadmin  -p Office -D 'Office' -v '' "
+                              "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E");
+        QTest::newRow("driver")
+            << false
+            << QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' -P '' -E");
     }
 
-    void installWithAnEmptyPpdPassesAnEmptyQuotedPpd()
+    void installPassesAnEmptyFieldAsEmptyQuotes()
     {
+        QFETCH(bool, emptyUri);
+        QFETCH(QString, lpadmin);
         Printer p = office();
-        p.ppd.clear();
+        (emptyUri ? p.device_uri : p.ppd).clear();
         ShellRecorder shell;
         p.Install();
-        QCOMPARE(shell.commands().first(),
-                 QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' -P '' -E"));
+        QCOMPARE(shell.commands().first(), lpadmin);
     }
 
     void installCopiesPercentSignsInFieldsLiterally()
@@ -231,9 +235,7 @@ private slots:
 
     void stagingSetsThePaperSizeAndCopiesTheEditedPpdTwice()
     {
-        Printer laser = office();
-        laser.name = QStringLiteral("Laser");
-        laser.ppd = QStringLiteral("/usr/share/ppd/std1/HP/HP-OfficeJet_Pro_1175C-pcl3.ppd");
+        Printer laser = postScriptPrinter(QStringLiteral("Laser"));
         laser.paper_size = QStringLiteral("Letter");
         ShellRecorder shell;
         stageQueuePpd(laser);

@@ -312,14 +312,9 @@ void TestPlantedFilesCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrin
     const QString conf = paths::printersConf();
 
     // A USB printer as the wizard stores and installs it.
-    Printer p;
+    Printer p = receiptPrinter();
     p.name = name;
-    p.printer_class = QStringLiteral("direct");
-    p.model = QStringLiteral("TM-T88V");
     p.device_uri = storedUri;
-    p.ppd = rawTextPpd;
-    p.win_driver = QStringLiteral("Generic / Text Only");
-    p.paper_size = QStringLiteral("A4");
     p.UpdatePath();
     QVERIFY(p.Commit());
     p.Install();
@@ -376,13 +371,9 @@ void TestPlantedFilesCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
     QCOMPARE(sandbox::entryAt(cache).ownerId, attacker::userId);
 
     // A USB printer added through the wizard: its address is the attached device's.
-    Printer p;
+    Printer p = receiptPrinter();
     p.name = name;
-    p.printer_class = QStringLiteral("direct");
-    p.model = QStringLiteral("USB printer");
-    p.ppd = rawTextPpd;
-    p.win_driver = QStringLiteral("Generic / Text Only");
-    p.paper_size = QStringLiteral("A4");
+    p.device_uri.clear();
     QStringList diagnostics;
     {
         StderrCapture capture;
