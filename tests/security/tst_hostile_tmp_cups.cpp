@@ -137,7 +137,7 @@ QStringList sortedLines(const QByteArray &text)
 
 } // namespace
 
-class TestPlantedFilesCups : public QObject
+class TestHostileTmpCups : public QObject
 {
     Q_OBJECT
 
@@ -155,7 +155,7 @@ private:
     QString m_printerUri;
 };
 
-void TestPlantedFilesCups::initTestCase()
+void TestHostileTmpCups::initTestCase()
 {
     REQUIRE_SANDBOX();
     if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
@@ -193,12 +193,12 @@ void TestPlantedFilesCups::initTestCase()
     QCOMPARE(::chmod(QFile::encodeName(usbBackend).constData(), 0755), 0);
 }
 
-Printer TestPlantedFilesCups::networkRecord(const QString &name, const QString &ppd) const
+Printer TestHostileTmpCups::networkRecord(const QString &name, const QString &ppd) const
 {
     return loopbackPrinter(name, ppd, m_printerUri);
 }
 
-void TestPlantedFilesCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePaperSize()
+void TestHostileTmpCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePaperSize()
 {
     const QString name = QStringLiteral("Counter");
     const QString scratchPpd = QStringLiteral("/tmp/Counter.ppd");
@@ -255,7 +255,7 @@ void TestPlantedFilesCups::linkPlantedAtScratchPpdIsReplacedAndTheQueueGetsThePa
              qPrintable(options.output));
 }
 
-void TestPlantedFilesCups::linksPlantedAtTestPageFilesAreReplacedAndOnlyTheSettingsPagePrints()
+void TestHostileTmpCups::linksPlantedAtTestPageFilesAreReplacedAndOnlyTheSettingsPagePrints()
 {
     const QString name = QStringLiteral("Till");
     const QString settingsSecret = secretFolder + QStringLiteral("/secret-prtestinfo");
@@ -304,7 +304,7 @@ void TestPlantedFilesCups::linksPlantedAtTestPageFilesAreReplacedAndOnlyTheSetti
     QCOMPARE(sandbox::readFile(paths::testPageFile()), expected);
 }
 
-void TestPlantedFilesCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrintersConf()
+void TestHostileTmpCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrintersConf()
 {
     const QString name = QStringLiteral("Receipt");
     const QString storedUri = QStringLiteral("usb://EPSON/TM-T88V?serial=100");
@@ -359,7 +359,7 @@ void TestPlantedFilesCups::configureRunKeepsModeOwnerAndGroupOfTheSchedulersPrin
              QStringLiteral("device for Till: ") + m_printerUri);
 }
 
-void TestPlantedFilesCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
+void TestHostileTmpCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
 {
     const QString name = QStringLiteral("Local");
     const QString owned = QStringLiteral("/tmp/owned");
@@ -405,5 +405,5 @@ void TestPlantedFilesCups::plantedDeviceCacheIsReplacedByRealLpinfoOutput()
     QVERIFY2(!all.output.contains(QLatin1String("usb://X/Y")), qPrintable(all.output));
 }
 
-QTEST_MAIN(TestPlantedFilesCups)
-#include "tst_plantedfiles_cups.moc"
+QTEST_MAIN(TestHostileTmpCups)
+#include "tst_hostile_tmp_cups.moc"

@@ -222,4 +222,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(TestHostileRecords)
-#include "tst_hostilerecords.moc"
+#include "tst_hostile_records.moc"

@@ -7,7 +7,7 @@
 // address that could break out of either is never used: the scan hands on the first
 // "direct usb" address as it is, and every place that uses an address asks
 // isSafeDeviceUri first.
-class TestUntrustedDevice : public QObject
+class TestHostileDevice : public QObject
 {
     Q_OBJECT
 
@@ -98,5 +98,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestUntrustedDevice)
-#include "tst_untrusteddevice.moc"
+QTEST_GUILESS_MAIN(TestHostileDevice)
+#include "tst_hostile_device.moc"

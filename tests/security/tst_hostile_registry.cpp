@@ -59,7 +59,7 @@ bool linkToDevZero(const QString &path)
 
 } // namespace
 
-class TestRegistrySafety : public QObject
+class TestHostileRegistry : public QObject
 {
     Q_OBJECT
 
@@ -245,5 +245,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestRegistrySafety)
-#include "tst_registrysafety.moc"
+QTEST_GUILESS_MAIN(TestHostileRegistry)
+#include "tst_hostile_registry.moc"

@@ -14,7 +14,7 @@ QString withNul(const QString &before, const QString &after)
 
 } // namespace
 
-class TestShellRefusal : public QObject
+class TestHostileShell : public QObject
 {
     Q_OBJECT
 
@@ -47,5 +47,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestShellRefusal)
-#include "tst_shellrefusal.moc"
+QTEST_GUILESS_MAIN(TestHostileShell)
+#include "tst_hostile_shell.moc"

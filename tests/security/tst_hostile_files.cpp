@@ -438,4 +438,4 @@ private slots:
 };
 
 QTEST_MAIN(TestHostileFiles)
-#include "tst_hostilefiles.moc"
+#include "tst_hostile_files.moc"
