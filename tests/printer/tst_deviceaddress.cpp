@@ -9,14 +9,34 @@ class TestDeviceAddress : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void storedAddressIsCutAtFixedPlaces_data()
+    // An address and the fields it gives, a row each.
+    static void addAddressColumns()
     {
         QTest::addColumn<QString>("uri");
         QTest::addColumn<DeviceAddress::Kind>("kind");
         QTest::addColumn<QString>("host");
         QTest::addColumn<QString>("queue");
         QTest::addColumn<int>("port");
+    }
+
+    static void compareWithRow(DeviceAddress (*parse)(const QString &))
+    {
+        QFETCH(QString, uri);
+        QFETCH(DeviceAddress::Kind, kind);
+        QFETCH(QString, host);
+        QFETCH(QString, queue);
+        QFETCH(int, port);
+        const DeviceAddress address = parse(uri);
+        QCOMPARE(address.kind, kind);
+        QCOMPARE(address.host, host);
+        QCOMPARE(address.queue, queue);
+        QCOMPARE(address.port, port);
+    }
+
+private slots:
+    void storedAddressIsCutAtFixedPlaces_data()
+    {
+        addAddressColumns();
         QTest::newRow("empty") << "" << DeviceAddress::Usb << ""
                                << "" << 0;
         QTest::newRow("usb") << "usb://EPSON/TM?serial=1" << DeviceAddress::Usb << ""
@@ -42,27 +62,11 @@ private slots:
                              << "" << 0;
     }
 
-    void storedAddressIsCutAtFixedPlaces()
-    {
-        QFETCH(QString, uri);
-        QFETCH(DeviceAddress::Kind, kind);
-        QFETCH(QString, host);
-        QFETCH(QString, queue);
-        QFETCH(int, port);
-        const DeviceAddress address = DeviceAddress::fromStored(uri);
-        QCOMPARE(address.kind, kind);
-        QCOMPARE(address.host, host);
-        QCOMPARE(address.queue, queue);
-        QCOMPARE(address.port, port);
-    }
+    void storedAddressIsCutAtFixedPlaces() { compareWithRow(DeviceAddress::fromStored); }
 
     void addressReadAsUrlDecodesItsParts_data()
     {
-        QTest::addColumn<QString>("uri");
-        QTest::addColumn<DeviceAddress::Kind>("kind");
-        QTest::addColumn<QString>("host");
-        QTest::addColumn<QString>("queue");
-        QTest::addColumn<int>("port");
+        addAddressColumns();
         QTest::newRow("socket") << "socket://10.1.2.3:9200" << DeviceAddress::Socket << "10.1.2.3"
                                 << "" << 9200;
         QTest::newRow("socket without port")
@@ -78,19 +82,7 @@ private slots:
                                << "" << 0;
     }
 
-    void addressReadAsUrlDecodesItsParts()
-    {
-        QFETCH(QString, uri);
-        QFETCH(DeviceAddress::Kind, kind);
-        QFETCH(QString, host);
-        QFETCH(QString, queue);
-        QFETCH(int, port);
-        const DeviceAddress address = DeviceAddress::fromUrl(uri);
-        QCOMPARE(address.kind, kind);
-        QCOMPARE(address.host, host);
-        QCOMPARE(address.queue, queue);
-        QCOMPARE(address.port, port);
-    }
+    void addressReadAsUrlDecodesItsParts() { compareWithRow(DeviceAddress::fromUrl); }
 
     void fieldsBuildTheAddressAsTheyAre()
     {
