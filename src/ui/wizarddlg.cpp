@@ -1,14 +1,12 @@
 #include "ui/wizarddlg.h"
 
 #include "common/windowchrome.h"
+#include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
 
-#include "fileio/read.h"
-
-#include <QBuffer>
 #include <QCloseEvent>
 #include <QDebug>
 #include <QIcon>
@@ -17,7 +15,6 @@
 #include <QMessageBox>
 #include <QRegularExpression>
 #include <QTableWidgetItem>
-#include <QTextStream>
 #include <QUrl>
 
 namespace {
@@ -39,36 +36,6 @@ const QStringList summaryLabels = {QStringLiteral("Name"),           QStringLite
                                    QStringLiteral("Default"),        QStringLiteral("Paper Size")};
 
 } // namespace
-
-QString paperSizeFromPageSizeLine(const QString &line)
-{
-    const int space = line.indexOf(QLatin1Char(' '));
-    const int slash = line.indexOf(QLatin1Char('/'));
-    // Fixed arithmetic: the keyword starts at index 10 in "*PageSize <keyword>/...";
-    // a negative length takes the rest of the line.
-    return line.mid(space + 1, slash - 10);
-}
-
-QStringList paperSizesFromPpd(QTextStream &in)
-{
-    QStringList sizes;
-    while (!in.atEnd()) {
-        const QString line = in.readLine();
-        if (line.startsWith(QLatin1String("*PageSize")))
-            sizes.append(paperSizeFromPageSizeLine(line));
-    }
-    return sizes;
-}
-
-QStringList paperSizesFromPpd(const QByteArray &ppd)
-{
-    // Read as the text file it is: text mode, the locale's codec.
-    QByteArray bytes = ppd;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
-    QTextStream in(&buffer);
-    return paperSizesFromPpd(in);
-}
 
 WizardDlg::WizardDlg(PPDSet *catalogue, Printer *printer, bool edit)
     : QDialog(nullptr)
@@ -184,12 +151,11 @@ void WizardDlg::loadPaperSizes()
     qDebug().noquote() << "WizardDlg::loadPaperSizes" << printer->ppd;
     cbPaperSize->clear();
     // The path comes from the record; only a regular file of at most 16 MiB is read.
-    const fileio::ReadResult read = fileio::read(printer->ppd, {fileio::ppdFileCap});
-    if (!read.ok()) {
+    QStringList sizes;
+    if (!paperSizesFromPpdFile(printer->ppd, &sizes)) {
         qDebug() << "Cant open file";
         return;
     }
-    const QStringList sizes = paperSizesFromPpd(read.data);
     for (const QString &size : sizes) {
         qDebug().noquote() << "WizardDlg: paper size" << size;
         cbPaperSize->addItem(size);
