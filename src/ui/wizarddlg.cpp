@@ -4,6 +4,7 @@
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/device.h"
+#include "printer/deviceaddress.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
 
@@ -13,9 +14,7 @@
 #include <QListWidget>
 #include <QListWidgetItem>
 #include <QMessageBox>
-#include <QRegularExpression>
 #include <QTableWidgetItem>
-#include <QUrl>
 
 namespace {
 
@@ -137,7 +136,7 @@ void WizardDlg::updateButtons()
     const int n = stack->count();
     bNext->setVisible(i != n - 1);
     bSubmit->setVisible(i == n - 1);
-    bBack->setVisible(i > 1);
+    bBack->setVisible(i > DiscoveryPage);
 }
 
 void WizardDlg::advance()
@@ -229,23 +228,22 @@ void WizardDlg::restoreConnection()
 {
     const QString uri = printer->device_uri;
     qDebug().noquote() << "WizardDlg: stored device" << uri;
-    if (uri.isEmpty() || uri.startsWith(QLatin1String("usb"))) {
+    const DeviceAddress stored = DeviceAddress::fromStored(uri);
+    if (stored.kind == DeviceAddress::Usb) {
         b_radioButtonUSB->setChecked(true);
         radioButtonUSB();
         // A USB address goes stale when another printer is plugged in: use the one there now.
         printer->device_uri = printer->GetPrinterDevice();
-    } else if (uri.startsWith(QLatin1String("lpd"))) {
+    } else if (stored.kind == DeviceAddress::Lpd) {
         b_radioButtonLPD->setChecked(true);
-        const int p = uri.lastIndexOf(QLatin1Char('/'));
-        leName_4->setText(uri.mid(6, p - 6));
-        leQueue_2->setText(uri.mid(p + 1));
+        leName_4->setText(stored.host);
+        leQueue_2->setText(stored.queue);
         radioButtonLPD();
-    } else if (uri.startsWith(QLatin1String("socket"))) {
+    } else if (stored.kind == DeviceAddress::Socket) {
         b_radioButtonRAW->setChecked(true);
         qDebug().noquote() << "socket : " + uri;
-        const int p = uri.lastIndexOf(QLatin1Char(':'));
-        leName_4->setText(uri.mid(9, p - 9));
-        sbPort_2->setValue(uri.mid(p + 1).toInt());
+        leName_4->setText(stored.host);
+        sbPort_2->setValue(stored.port);
         radioButtonRAW();
     }
     // Any other address leaves the connection unchosen; Next then uses the local device.
@@ -253,19 +251,21 @@ void WizardDlg::restoreConnection()
 
 QString WizardDlg::connectionAddress() const
 {
-    if (connectionType.startsWith(QLatin1String("socket:")))
-        return QStringLiteral("socket://%1:%2")
-            .arg(leName_4->text(), QString::number(sbPort_2->value()));
-    if (connectionType.startsWith(QLatin1String("lpd:")))
-        return QStringLiteral("lpd://%1/%2").arg(leName_4->text(), leQueue_2->text());
-    return printer->GetPrinterDevice();
+    switch (DeviceAddress::kindOfConnectionType(connectionType)) {
+    case DeviceAddress::Socket:
+        return DeviceAddress::socket(leName_4->text(), sbPort_2->value()).uri();
+    case DeviceAddress::Lpd:
+        return DeviceAddress::lpd(leName_4->text(), leQueue_2->text()).uri();
+    default:
+        return printer->GetPrinterDevice();
+    }
 }
 
 void WizardDlg::storeConnection(const QString &address)
 {
     printer->device_uri = address;
-    const bool network = connectionType.startsWith(QLatin1String("socket:")) ||
-                         connectionType.startsWith(QLatin1String("lpd:"));
+    const bool network =
+        DeviceAddress::isNetwork(DeviceAddress::kindOfConnectionType(connectionType));
     printer->printer_class = network ? networkClass : directClass;
 }
 
@@ -275,28 +275,26 @@ void WizardDlg::setupConnection()
     leName->setText(printerModel);
     printer->model = printerModel;
 
-    const QUrl url(deviceUri, QUrl::TolerantMode);
-    const QString scheme = url.scheme();
-    if (scheme == QLatin1String("socket")) {
+    const DeviceAddress address = DeviceAddress::fromUrl(deviceUri);
+    if (address.kind == DeviceAddress::Socket) {
         lHost->show();
         leHost->show();
-        leHost->setText(url.host(QUrl::FullyDecoded));
+        leHost->setText(address.host);
         lPort->show();
         sbPort->show();
-        sbPort->setValue(url.port(9100));
+        sbPort->setValue(address.port);
         lQueue->hide();
         leQueue->hide();
         printer->printer_class = networkClass;
-    } else if (scheme == QLatin1String("lpd")) {
+    } else if (address.kind == DeviceAddress::Lpd) {
         lHost->show();
         leHost->show();
-        leHost->setText(url.host(QUrl::FullyDecoded));
+        leHost->setText(address.host);
         lPort->hide();
         sbPort->hide();
         lQueue->show();
         leQueue->show();
-        leQueue->setText(
-            url.path(QUrl::FullyDecoded).remove(QRegularExpression(QStringLiteral("^/"))));
+        leQueue->setText(address.queue);
         printer->printer_class = networkClass;
     } else {
         lHost->hide();
@@ -382,7 +380,7 @@ void WizardDlg::next()
             updateButtons();
         } else {
             // The discovery page shows no buttons while it searches.
-            stack->setCurrentIndex(stack->currentIndex() + 1);
+            stack->setCurrentIndex(DiscoveryPage);
             bNext->setVisible(false);
             bSubmit->setVisible(false);
             bBack->setVisible(false);
@@ -463,7 +461,7 @@ void WizardDlg::back()
 {
     const int i = stack->currentIndex();
     // Back on the list of available printers deliberately does nothing.
-    if (i == 2)
+    if (i == AvailablePage)
         return;
     if (stack->currentWidget() == pwAvailable) {
         stack->setCurrentWidget(pwStart);
@@ -475,7 +473,7 @@ void WizardDlg::back()
         stack->setCurrentIndex(i - 1);
         updateButtons();
         // The preferences page is the first page a user sees, so it has no Back.
-        if (stack->currentIndex() == 7)
+        if (stack->currentIndex() == PreferencesPage)
             bBack->hide();
     }
 }

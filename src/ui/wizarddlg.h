@@ -20,6 +20,19 @@ class WizardDlg : public QDialog, private Ui::WizardDialog
 {
     Q_OBJECT
 public:
+    // The pages of the form's stack, in their order there.
+    enum Page {
+        StartPage,
+        DiscoveryPage,
+        AvailablePage,
+        AddPage,
+        ManufacturerPage,
+        ModelPage,
+        DriverPage,
+        PreferencesPage,
+        SummaryPage
+    };
+
     WizardDlg(PPDSet *catalogue, Printer *printer, bool edit);
     ~WizardDlg() override;
 
