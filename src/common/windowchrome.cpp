@@ -36,7 +36,7 @@ QRect availableGeometryOfScreen0()
     return screens.isEmpty() ? QRect() : screens.first()->availableGeometry();
 }
 
-void centreOnScreen0(QWidget *window)
+void centerOnScreen(QWidget *window)
 {
     window->move(centredTopLeft(availableGeometryOfScreen0(), window->size()));
 }

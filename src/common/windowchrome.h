@@ -31,7 +31,8 @@ QString loadStyleSheet();
 QPoint centredTopLeft(const QRect &available, const QSize &size);
 // The available area of screen 0 (the first screen, not the one the window is on).
 QRect availableGeometryOfScreen0();
-void centreOnScreen0(QWidget *window);
+// Moves window to the middle of availableGeometryOfScreen0() (centredTopLeft).
+void centerOnScreen(QWidget *window);
 
 // Window icon resource; written with a double slash after the colon, as the windows
 // have always named it.

@@ -85,7 +85,7 @@ void PrinterDlg::updatePrinterList()
 
 void PrinterDlg::centerOnScreen()
 {
-    windowchrome::centreOnScreen0(this);
+    windowchrome::centerOnScreen(this);
 }
 
 Printer *PrinterDlg::currentPrinter() const

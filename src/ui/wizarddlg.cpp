@@ -127,7 +127,7 @@ WizardDlg::~WizardDlg() = default;
 
 void WizardDlg::centerOnScreen()
 {
-    windowchrome::centreOnScreen0(this);
+    windowchrome::centerOnScreen(this);
 }
 
 void WizardDlg::updateButtons()
