@@ -98,7 +98,7 @@ int runConfigure()
 
     for (Printer *printer : qAsConst(printers)) {
         const QString uri = printer->GetPrinterDevice();
-        qDebug().noquote() << "configure: device" << uri;
+        qDebug().noquote() << "runConfigure - device:" << uri;
         // Every pass copies the staged files again and rewrites every USB device line
         // with this record's URI, so the record processed last decides. That is the
         // intended behaviour: a thin client has a single local printer port.

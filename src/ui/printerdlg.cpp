@@ -186,6 +186,6 @@ void PrinterDlg::deletePrinter()
 
 void PrinterDlg::quit()
 {
-    qDebug() << "PrinterDlg::quit received";
+    qDebug() << "PrinterDlg::quit - received";
     close();
 }

@@ -108,7 +108,7 @@ WizardDlg::WizardDlg(PPDSet *catalogue, Printer *printer, bool edit)
 
     loadPaperSizes();
 
-    qDebug().noquote() << "WizardDlg: stored paper size" << printer->paper_size;
+    qDebug().noquote() << "WizardDlg::WizardDlg - stored paper size:" << printer->paper_size;
     for (int i = 0; i < cbPaperSize->count(); ++i) {
         if (cbPaperSize->itemText(i) == printer->paper_size) {
             cbPaperSize->setCurrentIndex(i);
@@ -147,7 +147,7 @@ void WizardDlg::advance()
 
 void WizardDlg::loadPaperSizes()
 {
-    qDebug().noquote() << "WizardDlg::loadPaperSizes" << printer->ppd;
+    qDebug().noquote() << "WizardDlg::loadPaperSizes - PPD:" << printer->ppd;
     cbPaperSize->clear();
     // The path comes from the record; only a regular file of at most 16 MiB is read.
     QStringList sizes;
@@ -156,7 +156,7 @@ void WizardDlg::loadPaperSizes()
         return;
     }
     for (const QString &size : sizes) {
-        qDebug().noquote() << "WizardDlg: paper size" << size;
+        qDebug().noquote() << "WizardDlg::loadPaperSizes - paper size:" << size;
         cbPaperSize->addItem(size);
     }
 }
@@ -227,7 +227,7 @@ void WizardDlg::radioButtonRAW()
 void WizardDlg::restoreConnection()
 {
     const QString uri = printer->device_uri;
-    qDebug().noquote() << "WizardDlg: stored device" << uri;
+    qDebug().noquote() << "WizardDlg::restoreConnection - stored device:" << uri;
     const DeviceAddress stored = DeviceAddress::fromStored(uri);
     if (stored.kind == DeviceAddress::Usb) {
         b_radioButtonUSB->setChecked(true);
@@ -438,11 +438,11 @@ void WizardDlg::next()
         deviceUri = printer->device_uri;
         if (printer->model.isEmpty())
             printer->model = selModel;
-        qDebug().noquote() << "WizardDlg: connection" << connectionType;
+        qDebug().noquote() << "WizardDlg::next - connection:" << connectionType;
         storeConnection(address);
         printer->win_driver = leWinDriver->text();
         printer->paper_size = cbPaperSize->currentText();
-        qDebug().noquote() << "WizardDlg: paper size" << printer->paper_size;
+        qDebug().noquote() << "WizardDlg::next - paper size:" << printer->paper_size;
         printer->default_vdi_printer = cbDefaultSession->isChecked();
         // An unchecked box leaves an existing default as it is.
         if (cbDefault->isChecked())
