@@ -64,6 +64,20 @@ bool isSafeDeviceUri(const QString &uri)
     return true;
 }
 
+bool fitsOnPrintersConfLine(const QString &uri)
+{
+    for (const QChar c : uri) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            return false;
+    }
+    return true;
+}
+
+bool isUsbDeviceUri(const QString &uri)
+{
+    return uri.startsWith(QLatin1String("usb"));
+}
+
 QString Printer::GetPrinterDevice() const
 {
     const QString configured = device_uri;
