@@ -13,6 +13,7 @@
 
 #include <QtTest>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -127,6 +128,19 @@ private slots:
     }
 
     // The lpinfo cache.
+
+    void deviceListIsNotReadableByOtherUsers()
+    {
+        REQUIRE_ATTACKER();
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(withUri(QString()).GetPrinterDevice(), attachedPrinter);
+        QCOMPARE(shell.commands(), QStringList{lpinfoCommand});
+        QCOMPARE(sandbox::readFile(cache), lpinfoList);
+        QVERIFY(isRootsOwnFile(cache));
+        QCOMPARE(sandbox::entryAt(cache).mode, 0600);
+        const QByteArray name = QFile::encodeName(cache);
+        QVERIFY(attacker::act([name] { return ::open(name.constData(), O_RDONLY) < 0; }));
+    }
 
     void cacheOfAnotherUserIsReplacedAndOnlyTheAttachedPrinterIsInstalled()
     {
