@@ -81,6 +81,11 @@ bool isUsbDeviceUri(const QString &uri)
     return uri.startsWith(QLatin1String("usb"));
 }
 
+bool mayInstallDeviceUri(const QString &uri)
+{
+    return !isUsbDeviceUri(uri) || isSafeDeviceUri(uri);
+}
+
 QString Printer::GetPrinterDevice() const
 {
     const QString configured = device_uri;

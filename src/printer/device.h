@@ -21,5 +21,11 @@ bool isSafeDeviceUri(const QString &uri);
 bool fitsOnPrintersConfLine(const QString &uri);
 
 // Whether a record's address names a USB device: the "usb" scheme prefix, the same test
-// the wizard uses to restore a USB connection. Such an address came from the device list.
+// the wizard uses to restore a USB connection. Every address the device list offers
+// starts so (its lines start with "direct usb"), as does the fallback "usb:/dev/usb/lp0";
+// the socket and LPD addresses built from the administrator's fields never do.
 bool isUsbDeviceUri(const QString &uri);
+
+// Whether the address may go into the "lpadmin" command: a USB address only when it is
+// safe there (isSafeDeviceUri); any other address is the administrator's and goes as it is.
+bool mayInstallDeviceUri(const QString &uri);
