@@ -11,6 +11,7 @@
 #include "support/modal.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
+#include "support/watchdog.h"
 #include "support/widgets.h"
 
 #include <QApplication>
@@ -640,7 +641,11 @@ void TestWizard::typedHostOrQueueGoesIntoTheCommandAsTyped()
     }
     // Set rather than typed: a control character cannot be typed into a line edit.
     child<QLineEdit>("leName_4")->setText(host);
-    child<QPushButton>("bNext")->click();
+    {
+        // A refusal would open a modal message box that nothing here answers.
+        Watchdog guard("Next with a typed address (a message box?)", 20);
+        child<QPushButton>("bNext")->click();
+    }
     QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 8);
     QCOMPARE(record.device_uri, address);
     QCOMPARE(record.name, QStringLiteral("Lab"));
@@ -662,7 +667,10 @@ void TestWizard::storedNetworkAddressWithAQuoteIsKeptWhenEdited()
     record.device_uri = stored;
     record.ppd = pcl4Ppd;
     open(true);
-    child<QPushButton>("bNext")->click();
+    {
+        Watchdog guard("Next with a stored network address (a message box?)", 20);
+        child<QPushButton>("bNext")->click();
+    }
     QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 8);
     QCOMPARE(record.device_uri, stored);
 }
