@@ -316,9 +316,9 @@ void reportUnreadable(const QString &path, const QString &reason)
                  reason.toLocal8Bit().constData());
 }
 
-bool createFreshFile(const QString &path, QString *reason)
+bool createFreshFile(const QString &path, QString *reason, int mode)
 {
-    const int fd = openFresh(QFile::encodeName(path), 0644, reason);
+    const int fd = openFresh(QFile::encodeName(path), mode, reason);
     if (fd < 0)
         return false;
     ::close(fd);

@@ -94,9 +94,10 @@ ReadResult readRegularFileReporting(const QString &path, qint64 maxBytes);
 
 // Makes path a new, empty file of ours, for a shell command to write into: whatever
 // stands there (a file, or a link planted to redirect the write) is removed first and
-// the file is created with O_CREAT|O_EXCL|O_NOFOLLOW, mode 0644. Returns false, with the
-// reason in *reason, when that cannot be done (for example a folder stands there).
-bool createFreshFile(const QString &path, QString *reason);
+// the file is created with O_CREAT|O_EXCL|O_NOFOLLOW, with mode as its permissions (before
+// the umask). Returns false, with the reason in *reason, when that cannot be done (for
+// example a folder stands there).
+bool createFreshFile(const QString &path, QString *reason, int mode = 0644);
 
 // Writes data into path as a new file of ours, created as createFreshFile does. Every
 // write, the flush to the disk (fsync) and the close are checked; on any failure the

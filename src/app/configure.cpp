@@ -23,11 +23,11 @@ bool prepareScratchConf(const QString &uri, bool *written)
         fileio::readRegularFileReporting(paths::printersConf(), fileio::largeFileCap);
     if (!current.ok())
         return false;
-    // A device address that could break out of its line is not written (the staged
-    // file, copied back above, keeps its own).
-    if (!isSafeDeviceUri(uri)) {
+    // A device address that would end or break its line is not written (the staged
+    // file, copied back above, keeps its own). A quote is no harm here: no shell sees it.
+    if (!fitsOnPrintersConfLine(uri)) {
         fileio::report(QStringLiteral("not rewriting the USB device lines of %1: the device "
-                                      "address holds a quote or a control character")
+                                      "address holds a line break or a control character")
                            .arg(paths::printersConf()));
         return true;
     }
