@@ -1,6 +1,7 @@
 // The "lpinfo -v" cache: the URI of the first line that starts with "direct usb" (the
 // line without its "direct "), taken as it is, or nothing when no line is; and whether an
-// address is safe to place between single quotes and on a printers.conf line.
+// address is safe to place between single quotes, and whether it fits on a printers.conf
+// line.
 
 #include "fuzzcheck.h"
 
@@ -35,6 +36,16 @@ bool safeByDefinition(const QString &uri)
     return true;
 }
 
+// No character that ends or breaks a line: C0 controls and DEL.
+bool fitsByDefinition(const QString &uri)
+{
+    for (const QChar c : uri) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -58,5 +69,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Safety is decided where the address is used.
     FUZZ_CHECK(isSafeDeviceUri(device) == safeByDefinition(device));
     FUZZ_CHECK(isSafeDeviceUri(text) == safeByDefinition(text));
+    FUZZ_CHECK(fitsOnPrintersConfLine(device) == fitsByDefinition(device));
+    FUZZ_CHECK(fitsOnPrintersConfLine(text) == fitsByDefinition(text));
+    // What is safe in a command is safe on a line.
+    FUZZ_CHECK(!isSafeDeviceUri(text) || fitsOnPrintersConfLine(text));
     return 0;
 }

@@ -23,12 +23,12 @@ bool prepareScratchConf(const QString &uri, bool *written)
     const fileio::ReadResult current = fileio::read(paths::printersConf(), {fileio::largeFileCap});
     if (!current.ok())
         return false;
-    // A device address that could break out of its line is not written (the staged
-    // file, copied back above, keeps its own).
-    if (!isSafeDeviceUri(uri)) {
+    // A device address that would end or break its line is not written (the staged
+    // file, copied back above, keeps its own). A quote is no harm here: no shell sees it.
+    if (!fitsOnPrintersConfLine(uri)) {
         diagnostic::report(
             QStringLiteral("not rewriting the USB device lines of %1").arg(paths::printersConf()),
-            QStringLiteral("the device address holds a quote or a control character"));
+            QStringLiteral("the device address holds a line break or a control character"));
         return true;
     }
     QString reason;

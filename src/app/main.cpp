@@ -1,30 +1,11 @@
 #include "app/configure.h"
+#include "app/startup.h"
 #include "ui/printerdlg.h"
-
-#include <QApplication>
 
 #include <popt.h>
 
 #include <cstdio>
 #include <memory>
-
-namespace {
-
-// The window is plain widgets painted in software; nothing in it draws with OpenGL. Left
-// to itself the X11 platform plugin still loads its GLX integration and with it the GL
-// driver stack, which costs start-up time and several MiB of memory (and some Mesa
-// versions leave a leak report behind at exit). So the program asks for no GL
-// integration, unless the user has chosen one: QT_XCB_GL_INTEGRATION names it, and
-// QT_OPENGL picks the GL flavour that the integration is then expected to provide.
-void skipGlIntegrationUnlessChosen()
-{
-    if (qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION") ||
-        qEnvironmentVariableIsSet("QT_OPENGL"))
-        return;
-    qputenv("QT_XCB_GL_INTEGRATION", "none");
-}
-
-} // namespace
 
 int main(int argc, char **argv)
 {
@@ -52,8 +33,7 @@ int main(int argc, char **argv)
     if (configureMode)
         return runConfigure();
 
-    skipGlIntegrationUnlessChosen();
-    auto app = std::make_unique<QApplication>(argc, argv);
+    auto app = makeApplication(argc, argv);
     auto *window = new PrinterDlg;
     window->show();
     app->exec();

@@ -36,11 +36,14 @@ QString scanCacheBytes(QByteArray bytes)
 }
 
 // Makes the cache: a new, empty file of ours at its path, then filled by lpinfo through
-// the shell's redirect. Returns false when the file cannot be made.
+// the shell's redirect (which keeps the file's mode). Returns false when the file cannot
+// be made. The list names every device the backends found, network printers with their
+// addresses included; the scheduler lets only administrators list devices, so the cache
+// is readable by root only.
 bool makeCache(const QString &cache)
 {
     QString reason;
-    if (!fileio::makeFreshFile(cache, {}, &reason)) {
+    if (!fileio::makeFreshFile(cache, {QByteArray(), 0600}, &reason)) {
         diagnostic::report(QStringLiteral("not running lpinfo"),
                            QStringLiteral("cannot create %1: %2").arg(cache, reason));
         return false;
@@ -64,6 +67,25 @@ bool isSafeDeviceUri(const QString &uri)
             return false;
     }
     return true;
+}
+
+bool fitsOnPrintersConfLine(const QString &uri)
+{
+    for (const QChar c : uri) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            return false;
+    }
+    return true;
+}
+
+bool isUsbDeviceUri(const QString &uri)
+{
+    return uri.startsWith(QLatin1String("usb"));
+}
+
+bool mayInstallDeviceUri(const QString &uri)
+{
+    return !isUsbDeviceUri(uri) || isSafeDeviceUri(uri);
 }
 
 QString Printer::GetPrinterDevice() const

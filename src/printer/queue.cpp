@@ -11,9 +11,11 @@
 
 void Printer::Install()
 {
-    // The address goes between single quotes into a command run as root; one that could
-    // leave them installs nothing. The wizard refuses such an address before it gets here.
-    if (!isSafeDeviceUri(device_uri)) {
+    // The address goes between single quotes into a command run as root. A USB address
+    // came from a device's description of itself; one that could leave the quotes
+    // installs nothing (the wizard refuses it before it gets here). What the
+    // administrator typed for a network printer goes as typed.
+    if (!mayInstallDeviceUri(device_uri)) {
         diagnostic::report(
             QStringLiteral("not installing ") + name,
             QStringLiteral("its device address holds a quote or a control character"));

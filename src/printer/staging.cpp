@@ -15,6 +15,11 @@ namespace {
 // could hand CUPS a driver of someone else's choosing. The file is therefore made afresh
 // by us before the edit; when that cannot be done (or the name would reach outside /tmp)
 // the edit and both copies are left out, with one line on standard error.
+// The file stays readable by all (0644): it is a driver description with the paper size
+// set, which holds no address or password and which the scheduler hands to any local
+// client that asks for the queue's PPD. Its mode also reaches the copies made from it
+// (a new queue PPD in /etc/cups/ppd, the staged copy), and CUPS's filters, running as
+// user lp, must still read the queue's PPD.
 bool makeScratchPpd(const QString &ppdFile)
 {
     const QString scratch = paths::scratchFolder() + QLatin1Char('/') + ppdFile;

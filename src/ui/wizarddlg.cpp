@@ -421,11 +421,12 @@ void WizardDlg::next()
             leName_2->setFocus(Qt::OtherFocusReason);
             return;
         }
-        // The address goes between quotes into a command run as root. Whether it came
-        // from a USB device's description, the device cache, a stored record or the host
-        // field, one that could leave its quotes is refused here, before anything changes.
+        // The address goes between quotes into a command run as root. A USB address from
+        // the device list (a USB device's description of itself) or from a stored USB
+        // record that could leave its quotes is refused here, before anything changes.
+        // What the administrator typed into the host and queue fields goes as typed.
         const QString address = connectionAddress();
-        if (!isSafeDeviceUri(address)) {
+        if (!mayInstallDeviceUri(address)) {
             QMessageBox::critical(
                 this, QStringLiteral("Printer Configuration"),
                 QStringLiteral("The device address cannot contain a quote or a control character."),

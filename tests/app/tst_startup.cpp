@@ -134,9 +134,9 @@ QStringList glLibrariesIn(const QStringList &libraries)
 }
 
 // Starts the program on the display with the given additions to its environment, waits
-// for its window and lists the libraries it has mapped by then.
+// for its window (and settleMs more) and lists the libraries it has mapped by then.
 bool librariesOfShownWindow(XDisplay *display, const QMap<QString, QString> &extra,
-                            QStringList *libraries, QString *why)
+                            QStringList *libraries, QString *why, int settleMs = 0)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     for (const char *name : {"QT_XCB_GL_INTEGRATION", "QT_OPENGL", "WAYLAND_DISPLAY"})
@@ -155,7 +155,11 @@ bool librariesOfShownWindow(XDisplay *display, const QMap<QString, QString> &ext
         *why = QStringLiteral("the program did not start");
         return false;
     }
-    const bool shown = waitForWindow(display, &program);
+    bool shown = waitForWindow(display, &program);
+    if (shown && settleMs > 0) {
+        QTest::qWait(settleMs);
+        shown = program.state() == QProcess::Running;
+    }
     if (shown)
         *libraries = mappedLibraries(program.processId());
     program.kill();
@@ -187,6 +191,24 @@ private slots:
         QStringList libraries;
         QVERIFY2(librariesOfShownWindow(&display, {}, &libraries, &why), qPrintable(why));
         // It really ran on the X11 platform plugin, the one that would load GL.
+        QVERIFY2(libraries.contains(QStringLiteral("libqxcb.so")),
+                 qPrintable(libraries.join(QLatin1Char(' '))));
+        const QStringList gl = glLibrariesIn(libraries);
+        QVERIFY2(gl.isEmpty(),
+                 qPrintable(QStringLiteral("GL libraries mapped: ") + gl.join(QLatin1Char(' '))));
+    }
+
+    // The program takes its setting out of the environment again once the application
+    // object exists (the commands it runs must not see it); the plugin reads it lazily,
+    // so it must have chosen by then, and nothing later may load GL after all.
+    void glStaysUnloadedAfterTheSettingLeavesTheEnvironment()
+    {
+        XDisplay display;
+        QString why;
+        if (!startDisplay(&display, &why))
+            QSKIP(qPrintable(why + QStringLiteral(": no X display to start the program on")));
+        QStringList libraries;
+        QVERIFY2(librariesOfShownWindow(&display, {}, &libraries, &why, 2000), qPrintable(why));
         QVERIFY2(libraries.contains(QStringLiteral("libqxcb.so")),
                  qPrintable(libraries.join(QLatin1Char(' '))));
         const QStringList gl = glLibrariesIn(libraries);

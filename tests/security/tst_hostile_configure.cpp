@@ -317,16 +317,30 @@ private slots:
 
     void deviceAddressThatWouldBreakItsLineIsNotWritten_data()
     {
+        // Either the device list (the cache) or a stored network record brings the
+        // address; a line feed or carriage return can only come from the record, as the
+        // list is read as text by lines.
         QTest::addColumn<QByteArray>("cache");
-        QTest::newRow("quote") << QByteArray("direct usb://Evil'Maker/X\n");
-        QTest::newRow("tab") << QByteArray("direct usb://A\tB\n");
-        QTest::newRow("escape") << QByteArray("direct usb://A\x1b[2J\n");
+        QTest::addColumn<QString>("recordUri");
+        const QString usb = QStringLiteral("usb:/dev/usb/lp0");
+        QTest::newRow("tab") << QByteArray("direct usb://A\tB\n") << usb;
+        QTest::newRow("escape") << QByteArray("direct usb://A\x1b[2J\n") << usb;
+        QTest::newRow("nul") << bytes("direct usb://A\0B\n") << usb;
+        QTest::newRow("start of heading") << QByteArray("direct usb://A\x01\n") << usb;
+        QTest::newRow("delete") << QByteArray("direct usb://A\x7f\n") << usb;
+        QTest::newRow("line feed in a stored address")
+            << QByteArray("direct usb://EPSON/TM-T88V?serial=1\n")
+            << QStringLiteral("socket://h:9100\nDeviceURI lpd://x/q");
+        QTest::newRow("carriage return in a stored address")
+            << QByteArray("direct usb://EPSON/TM-T88V?serial=1\n")
+            << QStringLiteral("socket://h:9100\rDeviceURI lpd://x/q");
     }
     void deviceAddressThatWouldBreakItsLineIsNotWritten()
     {
         QFETCH(QByteArray, cache);
+        QFETCH(QString, recordUri);
         QVERIFY(sandbox::writeFile(paths::lpinfoCache(), cache));
-        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        addPrinter(QStringLiteral("Front"), recordUri);
         QVERIFY(sandbox::writeFile(conf, "DeviceURI usb:/dev/usb/lp0\n"));
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
@@ -336,7 +350,46 @@ private slots:
         QCOMPARE(err.diagnostics(),
                  QStringList{QStringLiteral("printerconfig: not rewriting the USB device lines of "
                                             "/etc/cups/printers.conf: the device address holds a "
-                                            "quote or a control character")});
+                                            "line break or a control character")});
+    }
+
+    void deviceAddressWithAQuoteOrC1CharacterIsWrittenAsItStands_data()
+    {
+        QTest::addColumn<QByteArray>("cache");
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("quote") << QByteArray("direct usb://Evil'Maker/X?serial=1\n")
+                               << QByteArray("DeviceURI usb://Evil'Maker/X?serial=1\n");
+        QTest::newRow("quotes and shell words")
+            << QByteArray("direct usb://A/X'; rm -rf /tmp/x; echo '\n")
+            << QByteArray("DeviceURI usb://A/X'; rm -rf /tmp/x; echo '\n");
+        // U+0085 (next line) is not a line break for the scheduler's reader: in UTF-8 it
+        // is two bytes, neither of them a line end.
+        QTest::newRow("C1 next line") << QByteArray("direct usb://A\xc2\x85"
+                                                    "B\n")
+                                      << QByteArray("DeviceURI usb://A\xc2\x85"
+                                                    "B\n");
+    }
+    void deviceAddressWithAQuoteOrC1CharacterIsWrittenAsItStands()
+    {
+        QFETCH(QByteArray, cache);
+        QFETCH(QByteArray, line);
+        QVERIFY(sandbox::writeFile(paths::lpinfoCache(), cache));
+        addPrinter(QStringLiteral("Front"), QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(sandbox::writeFile(conf, "<Printer Front>\n"
+                                         "DeviceURI usb:/dev/usb/lp0\n"
+                                         "</Printer>\n"
+                                         "<Printer Back>\n"
+                                         "DeviceURI usb://Old/Other\n"
+                                         "</Printer>\n"));
+        StderrCapture err;
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(runConfigure(), 0);
+        QCOMPARE(shell.commands(), QStringList({copyAll, copyPpds, moveBack}));
+        // Every USB device line now holds the listed address, quote and all.
+        QCOMPARE(sandbox::readFile(conf), QByteArray("<Printer Front>\n") + line +
+                                              "</Printer>\n<Printer Back>\n" + line +
+                                              "</Printer>\n");
+        QCOMPARE(err.diagnostics(), QStringList());
     }
 
     void plantedLinkAtTheScratchPathIsNotFollowed()

@@ -13,6 +13,7 @@
 
 #include <QtTest>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -127,6 +128,19 @@ private slots:
     }
 
     // The lpinfo cache.
+
+    void deviceListIsNotReadableByOtherUsers()
+    {
+        REQUIRE_ATTACKER();
+        ShellRecorder shell(ShellRecorder::RecordAndRun);
+        QCOMPARE(withUri(QString()).GetPrinterDevice(), attachedPrinter);
+        QCOMPARE(shell.commands(), QStringList{lpinfoCommand});
+        QCOMPARE(sandbox::readFile(cache), lpinfoList);
+        QVERIFY(isRootsOwnFile(cache));
+        QCOMPARE(sandbox::entryAt(cache).mode, 0600);
+        const QByteArray name = QFile::encodeName(cache);
+        QVERIFY(attacker::act([name] { return ::open(name.constData(), O_RDONLY) < 0; }));
+    }
 
     void cacheOfAnotherUserIsReplacedAndOnlyTheAttachedPrinterIsInstalled()
     {
@@ -494,7 +508,8 @@ private slots:
 
     // Installing.
 
-    void addressThatCouldLeaveItsQuotesInstallsNothing_data()
+    // A USB address comes from a device's description of itself.
+    void usbAddressThatCouldLeaveItsQuotesInstallsNothing_data()
     {
         QTest::addColumn<QString>("uri");
         QTest::newRow("quote") << QStringLiteral("usb://Evil'Maker/X");
@@ -508,7 +523,7 @@ private slots:
         QTest::newRow("control sequence introducer U+009B")
             << QStringLiteral("usb://A") + QChar(0x9b) + QStringLiteral("2J");
     }
-    void addressThatCouldLeaveItsQuotesInstallsNothing()
+    void usbAddressThatCouldLeaveItsQuotesInstallsNothing()
     {
         QFETCH(QString, uri);
         Printer office = postScriptPrinter(QStringLiteral("Office"));
@@ -522,6 +537,30 @@ private slots:
         QCOMPARE(err.diagnostics(),
                  QStringList{QStringLiteral("printerconfig: not installing Office: its device "
                                             "address holds a quote or a control character")});
+    }
+
+    // What the administrator typed for a network printer goes into the command as typed.
+    void typedNetworkAddressWithAQuoteIsInstalledAsItStands_data()
+    {
+        QTest::addColumn<QString>("uri");
+        QTest::newRow("socket") << QStringLiteral("socket://ho'st:9100");
+        QTest::newRow("lpd") << QStringLiteral("lpd://host/q'ueue");
+        QTest::newRow("ipp with a control character") << QStringLiteral("ipp://h\x1b/p");
+        QTest::newRow("socket host named usb") << QStringLiteral("socket://usb'gw:9100");
+    }
+    void typedNetworkAddressWithAQuoteIsInstalledAsItStands()
+    {
+        QFETCH(QString, uri);
+        Printer office = postScriptPrinter(QStringLiteral("Office"));
+        office.device_uri = uri;
+        StderrCapture err;
+        ShellRecorder shell;
+        office.Install();
+        QCOMPARE(shell.commands(),
+                 QStringList({QStringLiteral("lpadmin  -p Office -D 'Office' -v '%1' -P '%2' -E")
+                                  .arg(uri, office.ppd),
+                              QStringLiteral("cupsaccept Office")}));
+        QCOMPARE(err.diagnostics(), QStringList());
     }
 };
 

@@ -10,6 +10,8 @@
 #include "printer/printer.h"
 #include "support/modal.h"
 #include "support/sandbox.h"
+#include "support/shellrecorder.h"
+#include "support/watchdog.h"
 #include "support/widgets.h"
 
 #include <QApplication>
@@ -93,8 +95,10 @@ private slots:
     // Device addresses that would leave their quotes in the lpadmin command
     void usbAddressThatWouldLeaveItsQuotesIsRefused_data();
     void usbAddressThatWouldLeaveItsQuotesIsRefused();
-    void hostWithAQuoteIsRefusedAndGetsTheFocus();
-    void storedAddressWithAQuoteIsRefusedWhenEdited();
+    void storedUsbRecordWithAQuoteIsRefusedWhenTheListStillOffersIt();
+    void typedHostOrQueueGoesIntoTheCommandAsTyped_data();
+    void typedHostOrQueueGoesIntoTheCommandAsTyped();
+    void storedNetworkAddressWithAQuoteIsKeptWhenEdited();
 
     // Page flow and ending
     void backOnSummaryReturnsToPreferencesWithBackHidden();
@@ -589,38 +593,86 @@ void TestWizard::usbAddressThatWouldLeaveItsQuotesIsRefused()
     QVERIFY(!wizard->submitted);
 }
 
-void TestWizard::hostWithAQuoteIsRefusedAndGetsTheFocus()
+void TestWizard::storedUsbRecordWithAQuoteIsRefusedWhenTheListStillOffersIt()
 {
-    open(false);
-    wizard->show();
-    QApplication::setActiveWindow(wizard.get());
-    QVERIFY(QTest::qWaitForWindowActive(wizard.get()));
-    child<QRadioButton>("b_radioButtonRAW")->click();
-    child<QLineEdit>("leName_4")->setText(QStringLiteral("10.0.0.5'"));
-    expectAddressRefused();
-    if (QTest::currentTestFailed())
-        return;
-    QCOMPARE(wizard->focusWidget(), child<QLineEdit>("leName_4"));
-    QApplication::setActiveWindow(wizard.get());
-    QTRY_COMPARE(QApplication::focusWidget(), child<QLineEdit>("leName_4"));
-    // Corrected, the same page passes.
-    child<QLineEdit>("leName_4")->setText(QStringLiteral("10.0.0.5"));
-    child<QPushButton>("bNext")->click();
-    QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 8);
-    QCOMPARE(record.device_uri, QStringLiteral("socket://10.0.0.5:9100"));
-}
-
-void TestWizard::storedAddressWithAQuoteIsRefusedWhenEdited()
-{
-    // A record file could hold any address; an unknown kind is kept as it is by Next.
+    const QByteArray quoted = "usb://Evil';touch /tmp/owned;'/X";
+    QVERIFY(sandbox::writeFile(lpinfoCache, "direct " + quoted + "\n"));
     record.name = QStringLiteral("Hall");
-    record.device_uri = QStringLiteral("ipp://host/printers/x';touch /tmp/owned;'");
+    record.device_uri = QString::fromLatin1(quoted);
     record.ppd = pcl4Ppd;
     open(true);
-    expectAddressRefused();
-    if (QTest::currentTestFailed())
-        return;
-    QCOMPARE(record.device_uri, QStringLiteral("ipp://host/printers/x';touch /tmp/owned;'"));
+    QVERIFY(child<QRadioButton>("b_radioButtonUSB")->isChecked());
+    expectRefusal(
+        QStringLiteral("The device address cannot contain a quote or a control character."));
+}
+
+void TestWizard::typedHostOrQueueGoesIntoTheCommandAsTyped_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<QString>("queue");
+    QTest::addColumn<QString>("address");
+    QTest::newRow("socket host with a quote") << QStringLiteral("socket") << QStringLiteral("ho'st")
+                                              << QString() << QStringLiteral("socket://ho'st:9100");
+    QTest::newRow("socket host with a control character")
+        << QStringLiteral("socket") << QStringLiteral("ho\x1bst") << QString()
+        << QStringLiteral("socket://ho\x1bst:9100");
+    QTest::newRow("lpd host with a quote")
+        << QStringLiteral("lpd") << QStringLiteral("ho'st") << QStringLiteral("lp")
+        << QStringLiteral("lpd://ho'st/lp");
+    QTest::newRow("lpd queue with a quote")
+        << QStringLiteral("lpd") << QStringLiteral("host") << QStringLiteral("q'ueue")
+        << QStringLiteral("lpd://host/q'ueue");
+}
+
+void TestWizard::typedHostOrQueueGoesIntoTheCommandAsTyped()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, host);
+    QFETCH(QString, queue);
+    QFETCH(QString, address);
+    open(false);
+    setName(QStringLiteral("Lab"));
+    if (kind == QLatin1String("socket")) {
+        child<QRadioButton>("b_radioButtonRAW")->click();
+    } else {
+        child<QRadioButton>("b_radioButtonLPD")->click();
+        child<QLineEdit>("leQueue_2")->setText(queue);
+    }
+    // Set rather than typed: a control character cannot be typed into a line edit.
+    child<QLineEdit>("leName_4")->setText(host);
+    {
+        // A refusal would open a modal message box that nothing here answers.
+        Watchdog guard("Next with a typed address (a message box?)", 20);
+        child<QPushButton>("bNext")->click();
+    }
+    QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 8);
+    QCOMPARE(record.device_uri, address);
+    QCOMPARE(record.name, QStringLiteral("Lab"));
+
+    // The queue is made with the address between its quotes, as typed.
+    ShellRecorder shell;
+    record.Install();
+    QCOMPARE(
+        shell.commands().value(0),
+        QStringLiteral("lpadmin  -p Lab -D 'Lab' -v '%1' -P '%2' -E").arg(address, record.ppd));
+}
+
+void TestWizard::storedNetworkAddressWithAQuoteIsKeptWhenEdited()
+{
+    // An address of another kind than the wizard builds is the administrator's: Next
+    // keeps it as it is.
+    const QString stored = QStringLiteral("ipp://host/printers/x'y");
+    record.name = QStringLiteral("Hall");
+    record.device_uri = stored;
+    record.ppd = pcl4Ppd;
+    open(true);
+    {
+        Watchdog guard("Next with a stored network address (a message box?)", 20);
+        child<QPushButton>("bNext")->click();
+    }
+    QCOMPARE(child<QStackedWidget>("stack")->currentIndex(), 8);
+    QCOMPARE(record.device_uri, stored);
 }
 
 void TestWizard::nameWithUnderscorePasses()
