@@ -20,7 +20,7 @@ cannot_boot() {
     [ "$(id -u)" = 0 ] || { echo "systemd-nspawn and nsenter need root"; return; }
     local tool
     for tool in systemd-nspawn nsenter mmdebstrap zstd; do
-        command -v "$tool" >/dev/null || { echo "$tool is not installed (scripts/setup --boot)"; return; }
+        command -v "$tool" >/dev/null || { echo "$tool is not installed (scripts/setup --fresh installs it)"; return; }
     done
     [ -d /sys/fs/cgroup ] || echo "no control group file system at /sys/fs/cgroup"
 }
