@@ -5,7 +5,7 @@
 
 #include "fuzzcheck.h"
 
-#include "ui/wizarddlg.h"
+#include "drivers/pagesize.h"
 
 #include <QBuffer>
 #include <QTextStream>

@@ -1,6 +1,6 @@
 # Sources of our libzeq2, relative to this folder. ZEQ2_INTERFACE_HEADERS are the
 # headers of the interface the device's library offers too; the others (the property
-# file format and the shell-runner test hook) belong to our build only.
+# file format) belong to our build only.
 set(ZEQ2_INTERFACE_HEADERS
     zeq/persistentobject.h
     zeq/persistentproperties.h
@@ -11,7 +11,6 @@ set(ZEQ2_SOURCES
     zeq/persistentproperties.cpp
     zeq/propertyset.h
     zeq/propertyformat.h zeq/propertyformat.cpp
-    zeq/shellrunner.h
     zeq/system.cpp)
 list(TRANSFORM ZEQ2_SOURCES PREPEND ${CMAKE_CURRENT_LIST_DIR}/)
 list(TRANSFORM ZEQ2_INTERFACE_HEADERS PREPEND ${CMAKE_CURRENT_LIST_DIR}/)

@@ -3,10 +3,11 @@
 #include "printer/device.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/shell.h"
 #include "printer/staging.h"
 
-#include <fileio/regularfile.h>
-#include <zeq/system.h>
+#include "common/report.h"
+#include "fileio/freshfile.h"
 
 #include <QDebug>
 
@@ -19,16 +20,15 @@ namespace {
 bool prepareScratchConf(const QString &uri, bool *written)
 {
     *written = false;
-    const fileio::ReadResult current =
-        fileio::readRegularFileReporting(paths::printersConf(), fileio::largeFileCap);
+    const fileio::ReadResult current = fileio::read(paths::printersConf(), {fileio::largeFileCap});
     if (!current.ok())
         return false;
     // A device address that would end or break its line is not written (the staged
     // file, copied back above, keeps its own). A quote is no harm here: no shell sees it.
     if (!fitsOnPrintersConfLine(uri)) {
-        fileio::report(QStringLiteral("not rewriting the USB device lines of %1: the device "
-                                      "address holds a line break or a control character")
-                           .arg(paths::printersConf()));
+        diagnostic::report(
+            QStringLiteral("not rewriting the USB device lines of %1").arg(paths::printersConf()),
+            QStringLiteral("the device address holds a line break or a control character"));
         return true;
     }
     QString reason;
@@ -37,15 +37,22 @@ bool prepareScratchConf(const QString &uri, bool *written)
     // /tmp (a link planted to redirect our write, say) is removed first. It takes the
     // mode, owner and group of the file it replaces (the scheduler keeps it 0600 or 0640,
     // group lp: device URIs can hold passwords), and mv keeps them in /etc/cups.
-    if (fileio::writeFreshFile(paths::scratchPrintersConf(),
-                               rewriteUsbDeviceLines(current.data, uri), &reason,
-                               current.attributes, &warning)) {
+    const QString scratch = paths::scratchPrintersConf();
+    fileio::FreshFile file;
+    file.data = rewriteUsbDeviceLines(current.data, uri);
+    file.exact = &current.attributes;
+    file.warning = &warning;
+    if (fileio::makeFreshFile(scratch, file, &reason)) {
         *written = true;
         if (!warning.isEmpty())
-            fileio::report(warning);
+            diagnostic::report(QStringLiteral("cannot give %1 to user %2, group %3")
+                                   .arg(scratch)
+                                   .arg(current.attributes.ownerId)
+                                   .arg(current.attributes.groupId),
+                               warning);
     } else {
-        fileio::report(QStringLiteral("not replacing %1: cannot write %2: %3")
-                           .arg(paths::printersConf(), paths::scratchPrintersConf(), reason));
+        diagnostic::report(QStringLiteral("not replacing %1").arg(paths::printersConf()),
+                           QStringLiteral("cannot write %1: %2").arg(scratch, reason));
     }
     return true;
 }
@@ -91,15 +98,15 @@ int runConfigure()
 
     for (Printer *printer : qAsConst(printers)) {
         const QString uri = printer->GetPrinterDevice();
-        qDebug().noquote() << "configure: device" << uri;
+        qDebug().noquote() << "runConfigure - device:" << uri;
         // Every pass copies the staged files again and rewrites every USB device line
         // with this record's URI, so the record processed last decides. That is the
         // intended behaviour: a thin client has a single local printer port.
         // The staged files become CUPS's configuration.
         if (stagingFolderIsOurs(QStringLiteral("not copying from ") + paths::stagingFolder())) {
             const QString copy = commands::cp() + QLatin1Char(' ') + paths::stagingFolder();
-            zeq::System::ExecShell(copy + QLatin1String("/* ") + paths::cupsFolder());
-            zeq::System::ExecShell(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
+            shell::run(copy + QLatin1String("/* ") + paths::cupsFolder());
+            shell::run(copy + QLatin1String("/*.ppd ") + paths::queuePpdFolder());
         }
         bool written = false;
         if (!prepareScratchConf(uri, &written))
@@ -107,9 +114,8 @@ int runConfigure()
         // Only a complete file may replace printers.conf: a half-written one (a full
         // /tmp) would lose the printers CUPS knows.
         if (written)
-            zeq::System::ExecShell(commands::mv() + QLatin1Char(' ') +
-                                   paths::scratchPrintersConf() + QLatin1Char(' ') +
-                                   paths::cupsFolder() + QLatin1Char('/'));
+            shell::run(commands::mv() + QLatin1Char(' ') + paths::scratchPrintersConf() +
+                       QLatin1Char(' ') + paths::cupsFolder() + QLatin1Char('/'));
     }
     return 0;
 }

@@ -1,6 +1,6 @@
 #include "common/windowchrome.h"
 
-#include <fileio/regularfile.h>
+#include "fileio/read.h"
 
 #include <QGuiApplication>
 #include <QScreen>
@@ -21,8 +21,7 @@ QString loadStyleSheet()
     // named pipe would keep the window from ever appearing; another user's file would
     // dress root's window) and an oversized file give no style and one line on
     // standard error.
-    const fileio::ReadResult read =
-        fileio::readTrustedFileReporting(styleSheetPath(), fileio::smallFileCap);
+    const fileio::ReadResult read = fileio::read(styleSheetPath(), {fileio::smallFileCap});
     return read.ok() ? styleSheetFromBytes(read.data) : QString();
 }
 
@@ -37,7 +36,7 @@ QRect availableGeometryOfScreen0()
     return screens.isEmpty() ? QRect() : screens.first()->availableGeometry();
 }
 
-void centreOnScreen0(QWidget *window)
+void centerOnScreen(QWidget *window)
 {
     window->move(centredTopLeft(availableGeometryOfScreen0(), window->size()));
 }

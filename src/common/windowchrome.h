@@ -22,7 +22,7 @@ inline QString styleSheetPath()
 // The style sheet bytes as Latin-1 text up to the first NUL byte.
 QString styleSheetFromBytes(const QByteArray &bytes);
 // Reads styleSheetPath(); a missing file, or one that is not a regular file of ours
-// (fileio::readTrustedFile) of at most 1 MiB, gives an empty text.
+// (fileio::read, as every file under /tmp) of at most 1 MiB, gives an empty text.
 QString loadStyleSheet();
 
 // Top-left position that puts a window of the given size in the middle of the area:
@@ -31,7 +31,8 @@ QString loadStyleSheet();
 QPoint centredTopLeft(const QRect &available, const QSize &size);
 // The available area of screen 0 (the first screen, not the one the window is on).
 QRect availableGeometryOfScreen0();
-void centreOnScreen0(QWidget *window);
+// Moves window to the middle of availableGeometryOfScreen0() (centredTopLeft).
+void centerOnScreen(QWidget *window);
 
 // Window icon resource; written with a double slash after the colon, as the windows
 // have always named it.

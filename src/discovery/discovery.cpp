@@ -2,7 +2,7 @@
 
 #include "printer/paths.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
 
 #include <QDeadlineTimer>
 #include <QDebug>
@@ -78,8 +78,8 @@ bool waitForBackend(QProcess &process, BackendOutput *output)
     const auto take = [&] {
         if (output->append(process.readAllStandardOutput()))
             return true;
-        fileio::report(
-            QStringLiteral("backend %1 cut off: more output than allowed").arg(process.program()));
+        diagnostic::report(QStringLiteral("backend %1 cut off").arg(process.program()),
+                           QStringLiteral("more output than allowed"));
         process.kill();
         process.waitForFinished(killWaitMs);
         return false;

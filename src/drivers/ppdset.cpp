@@ -2,7 +2,7 @@
 
 #include "printer/paths.h"
 
-#include <fileio/regularfile.h>
+#include "fileio/read.h"
 
 #include <QDebug>
 #include <QFile>
@@ -159,13 +159,11 @@ void PPDSet::readDatabases()
         // standard error. A database under /tmp, where any user can make files, must
         // also be ours and writable by no one else: its lines name the drivers offered.
         QFile file;
-        const QIODevice::OpenMode mode = QIODevice::ReadOnly | QIODevice::Text;
-        const bool inScratch = database.startsWith(paths::scratchFolder() + QLatin1Char('/'));
-        const fileio::ReadResult opened =
-            inScratch
-                ? fileio::openTrustedFileReporting(database, fileio::largeFileCap, &file, mode)
-                : fileio::openRegularFileReporting(database, fileio::largeFileCap, &file, mode);
-        if (!opened.ok())
+        fileio::ReadRequest request;
+        request.cap = fileio::largeFileCap;
+        request.stream = &file;
+        request.streamMode = QIODevice::Text;
+        if (!fileio::read(database, request).ok())
             continue;
 
         QTextStream stream(&file);

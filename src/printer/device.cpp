@@ -2,9 +2,11 @@
 
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/shell.h"
 
-#include <fileio/regularfile.h>
-#include <zeq/system.h>
+#include "common/report.h"
+#include "fileio/freshfile.h"
+#include "fileio/read.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -41,12 +43,12 @@ QString scanCacheBytes(QByteArray bytes)
 bool makeCache(const QString &cache)
 {
     QString reason;
-    if (!fileio::createFreshFile(cache, &reason, 0600)) {
-        fileio::report(
-            QStringLiteral("not running lpinfo: cannot create %1: %2").arg(cache, reason));
+    if (!fileio::makeFreshFile(cache, {QByteArray(), 0600}, &reason)) {
+        diagnostic::report(QStringLiteral("not running lpinfo"),
+                           QStringLiteral("cannot create %1: %2").arg(cache, reason));
         return false;
     }
-    zeq::System::ExecShell(commands::lpinfo() + QLatin1String(" -v >") + cache);
+    shell::run(commands::lpinfo() + QLatin1String(" -v >") + cache);
     return true;
 }
 } // namespace
@@ -102,11 +104,13 @@ QString Printer::GetPrinterDevice() const
     // removed (never followed: a planted link must not receive root's output) and the
     // cache is made afresh.
     const QString cache = paths::lpinfoCache();
-    fileio::ReadResult read = fileio::readTrustedFile(cache, fileio::smallFileCap);
+    fileio::ReadRequest request;
+    request.report = false; // the refusal is reported as the reason to replace it
+    fileio::ReadResult read = fileio::read(cache, request);
     if (read.status == fileio::ReadResult::Refused)
-        fileio::report(QStringLiteral("replacing %1: %2").arg(cache, read.reason));
+        diagnostic::report(QStringLiteral("replacing ") + cache, read.reason);
     if (!read.ok() && makeCache(cache))
-        read = fileio::readTrustedFileReporting(cache, fileio::smallFileCap);
+        read = fileio::read(cache, {});
     if (read.ok()) {
         const QString found = scanCacheBytes(read.data);
         if (!found.isEmpty())

@@ -2,10 +2,10 @@
 
 #include "printer/device.h"
 #include "printer/paths.h"
+#include "printer/shell.h"
 #include "printer/staging.h"
 
-#include <fileio/regularfile.h>
-#include <zeq/system.h>
+#include "common/report.h"
 
 #include <unistd.h>
 
@@ -16,9 +16,9 @@ void Printer::Install()
     // installs nothing (the wizard refuses it before it gets here). What the
     // administrator typed for a network printer goes as typed.
     if (!mayInstallDeviceUri(device_uri)) {
-        fileio::report(QStringLiteral("not installing %1: its device address holds a quote or "
-                                      "a control character")
-                           .arg(name));
+        diagnostic::report(
+            QStringLiteral("not installing ") + name,
+            QStringLiteral("its device address holds a quote or a control character"));
         return;
     }
     // The command is built piece by piece; the two spaces after "lpadmin" and the
@@ -29,26 +29,26 @@ void Printer::Install()
     command += QStringLiteral(" -v '%1'").arg(device_uri);
     command += QStringLiteral(" -P '%1'").arg(ppd);
     command += QStringLiteral(" -E");
-    zeq::System::ExecShell(command);
+    shell::run(command);
 
     usleep(500000); // give the scheduler time to settle before it is asked to accept jobs
 
-    zeq::System::ExecShell(commands::cupsaccept() + QLatin1Char(' ') + name);
+    shell::run(commands::cupsaccept() + QLatin1Char(' ') + name);
     SetCupsDefault();
 }
 
 void Printer::Uninstall()
 {
-    zeq::System::ExecShell(QStringLiteral("%1 -x %2").arg(commands::lpadmin(), name));
+    shell::run(QStringLiteral("%1 -x %2").arg(commands::lpadmin(), name));
     // The staged copy is removed only from a staging folder that no one else controls.
     if (!stagingFolderIsOurs(QStringLiteral("not using ") + paths::stagingFolder()))
         return;
-    zeq::System::ExecShell(commands::rm() + QLatin1Char(' ') + paths::stagingFolder() +
-                           QLatin1Char('/') + name + QLatin1String(".ppd"));
+    shell::run(commands::rm() + QLatin1Char(' ') + paths::stagingFolder() + QLatin1Char('/') +
+               name + QLatin1String(".ppd"));
 }
 
 void Printer::SetCupsDefault()
 {
     if (IsDefault())
-        zeq::System::ExecShell(QStringLiteral("%1 -d %2").arg(commands::lpadmin(), name));
+        shell::run(QStringLiteral("%1 -d %2").arg(commands::lpadmin(), name));
 }

@@ -2,7 +2,9 @@
 
 #include "printer/paths.h"
 
-#include <fileio/regularfile.h>
+#include "common/report.h"
+#include "fileio/folders.h"
+
 #include <zeq/persistentproperties.h>
 
 #include <QDebug>
@@ -10,7 +12,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <cstdio>
 #include <memory>
 
 namespace {
@@ -26,9 +27,8 @@ bool insideRegistry(const QString &path)
 
 void reportOutside(const char *action, const QString &path)
 {
-    std::fprintf(stderr, "printerconfig: not %s %s: outside %s\n", action,
-                 QFile::encodeName(path).constData(),
-                 QFile::encodeName(paths::registryFolder()).constData());
+    diagnostic::report(QStringLiteral("not %1 %2").arg(QLatin1String(action), path),
+                       QStringLiteral("outside ") + paths::registryFolder());
 }
 
 // Records are read and written as root. In a folder that someone else can change (any
@@ -37,7 +37,7 @@ void reportOutside(const char *action, const QString &path)
 // given on standard error.
 void reportForeign(const QString &folder, const QString &reason)
 {
-    fileio::report(QStringLiteral("not using %1: %2").arg(folder, reason));
+    diagnostic::report(QStringLiteral("not using ") + folder, reason);
 }
 
 // The folder holding the record at path; it lies inside the registry folder. A record

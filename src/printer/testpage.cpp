@@ -1,16 +1,18 @@
 #include "printer/printer.h"
 
 #include "printer/paths.h"
+#include "printer/shell.h"
 
-#include <fileio/regularfile.h>
-#include <zeq/system.h>
+#include "common/report.h"
+#include "fileio/folders.h"
+#include "fileio/freshfile.h"
 
 #include <QString>
 
 void Printer::PrintTestPage()
 {
     if (!ppd.contains(paths::rawTextDriverMarker())) {
-        zeq::System::ExecShell(
+        shell::run(
             QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, paths::postScriptTestPage()));
         return;
     }
@@ -38,15 +40,19 @@ void Printer::PrintTestPage()
     QString reason;
     const QString settingsFile = paths::testPageSettings();
     const QString pageFile = paths::testPageFile();
-    if (!fileio::writeFreshFile(settingsFile, settings.toLocal8Bit(), &reason, ownerOnly)) {
-        fileio::report(QStringLiteral("cannot write %1: %2").arg(settingsFile, reason));
+    fileio::FreshFile settingsText;
+    settingsText.data = settings.toLocal8Bit();
+    settingsText.mode = ownerOnly;
+    if (!fileio::makeFreshFile(settingsFile, settingsText, &reason)) {
+        diagnostic::report(QStringLiteral("cannot write ") + settingsFile, reason);
         // The page is printed all the same only when what stands in the way is a folder
         // of ours, which cat then fails on harmlessly. Anything else there (another
         // user's folder, a link planted again just after ours was removed) could be
         // swapped for a link to a secret before cat reads it, and that must not print.
         QString why;
         if (fileio::examineFolder(settingsFile, &why) != fileio::FolderState::Ours) {
-            fileio::report(QStringLiteral("no test page: %1 is not ours").arg(settingsFile));
+            diagnostic::report(QStringLiteral("no test page"),
+                               settingsFile + QStringLiteral(" is not ours"));
             return;
         }
     }
@@ -54,12 +60,12 @@ void Printer::PrintTestPage()
     // The page file is written by the shell's redirect, which follows links: without a
     // fresh file of ours at its path nothing may write it, nor print what stands there.
     // The redirect keeps the mode of the file it truncates.
-    if (!fileio::createFreshFile(pageFile, &reason, ownerOnly)) {
-        fileio::report(QStringLiteral("no test page: cannot create %1: %2").arg(pageFile, reason));
+    if (!fileio::makeFreshFile(pageFile, {QByteArray(), ownerOnly}, &reason)) {
+        diagnostic::report(QStringLiteral("no test page"),
+                           QStringLiteral("cannot create %1: %2").arg(pageFile, reason));
         return;
     }
-    zeq::System::ExecShell(
-        QStringLiteral("%1 %2 %3 > %4")
-            .arg(commands::cat(), paths::textPrinterPreamble(), settingsFile, pageFile));
-    zeq::System::ExecShell(QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, pageFile));
+    shell::run(QStringLiteral("%1 %2 %3 > %4")
+                   .arg(commands::cat(), paths::textPrinterPreamble(), settingsFile, pageFile));
+    shell::run(QStringLiteral("%1 -d %2 %3").arg(commands::lp(), name, pageFile));
 }

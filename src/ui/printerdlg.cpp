@@ -1,13 +1,9 @@
 #include "ui/printerdlg.h"
 
 #include "common/windowchrome.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
 #include "printer/staging.h"
 #include "ui/wizarddlg.h"
-
-#include <fileio/regularfile.h>
-#include <zeq/system.h>
 
 #include <QDebug>
 #include <QHash>
@@ -28,29 +24,6 @@ int itemIconIndex(const Printer &printer)
     if (printer.IsNetwork())
         return printer.IsDefault() ? DefaultNetworkIcon : NetworkIcon;
     return printer.IsDefault() ? DefaultLocalIcon : LocalIcon;
-}
-
-// The edited PPD is written by the shell's redirect into the world-writable /tmp (a
-// redirect follows links) and then copied over the queue's PPD, so a file planted there
-// could hand CUPS a driver of someone else's choosing. The file is therefore made afresh
-// by us before the edit; when that cannot be done (or the name would reach outside /tmp)
-// the edit and both copies are left out, with one line on standard error.
-// The file stays readable by all (0644): it is a driver description with the paper size
-// set, which holds no address or password and which the scheduler hands to any local
-// client that asks for the queue's PPD. Its mode also reaches the copies made from it
-// (a new queue PPD in /etc/cups/ppd, the staged copy), and CUPS's filters, running as
-// user lp, must still read the queue's PPD.
-bool makeScratchPpd(const QString &ppdFile)
-{
-    const QString scratch = paths::scratchFolder() + QLatin1Char('/') + ppdFile;
-    QString reason;
-    if (ppdFile.contains(QLatin1Char('/')))
-        reason = QStringLiteral("the printer name holds a '/'");
-    else if (fileio::createFreshFile(scratch, &reason))
-        return true;
-    fileio::report(
-        QStringLiteral("not editing the queue's PPD: cannot create %1: %2").arg(scratch, reason));
-    return false;
 }
 
 } // namespace
@@ -112,7 +85,7 @@ void PrinterDlg::updatePrinterList()
 
 void PrinterDlg::centerOnScreen()
 {
-    windowchrome::centreOnScreen0(this);
+    windowchrome::centerOnScreen(this);
 }
 
 Printer *PrinterDlg::currentPrinter() const
@@ -152,33 +125,8 @@ void PrinterDlg::WaitForCUPS(Printer *printer)
         return;
     usleep(10000);
 
-    const QString ppdFile = printer->name + QLatin1String(".ppd");
-    // A raw text queue has no page sizes to set, so its PPD is left alone and not staged.
-    if (!printer->ppd.contains(paths::rawTextDriverMarker()) && makeScratchPpd(ppdFile)) {
-        // No blank before the pipe and two before the redirection: the line has always
-        // been issued this way. The paper size goes into the sed expression as it is.
-        const QString queuePpd = paths::queuePpdFolder() + QLatin1Char('/') + ppdFile;
-        const QString scratchPpd = paths::scratchFolder() + QLatin1Char('/') + ppdFile;
-        QString command = commands::cat() + QLatin1Char(' ') + queuePpd;
-        command += QLatin1String("| ");
-        command += commands::sed();
-        command += QLatin1String(" -e \"s/DefaultPageSize.*/DefaultPageSize: ");
-        command += printer->paper_size;
-        command += QLatin1String("/g\" ");
-        command += QLatin1String(" >");
-        command += scratchPpd;
-        zeq::System::ExecShell(command);
-        zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd + QLatin1Char(' ') +
-                               paths::queuePpdFolder());
-        // cp follows a link standing in the target folder.
-        if (stagingFolderIsOurs(QStringLiteral("not staging ") + scratchPpd))
-            zeq::System::ExecShell(commands::cp() + QLatin1Char(' ') + scratchPpd +
-                                   QLatin1Char(' ') + paths::stagingFolder());
-    }
-
-    zeq::System::ExecShell(commands::initIca());
-    zeq::System::ExecShell(commands::citrixCupsPrinter());
-    zeq::System::ExecShell(commands::waitForCups() + QLatin1Char('&'));
+    stageQueuePpd(*printer);
+    announceQueues();
 }
 
 void PrinterDlg::addPrinter()
@@ -233,11 +181,11 @@ void PrinterDlg::deletePrinter()
     p->Uninstall();
     updatePrinterList();
     // Deleting restages nothing; only the wait for the print service is started.
-    zeq::System::ExecShell(commands::waitForCups() + QLatin1Char('&'));
+    waitForPrintService();
 }
 
 void PrinterDlg::quit()
 {
-    qDebug() << "PrinterDlg::quit received";
+    qDebug() << "PrinterDlg::quit - received";
     close();
 }

@@ -1,24 +1,20 @@
 #include "ui/wizarddlg.h"
 
 #include "common/windowchrome.h"
+#include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/device.h"
+#include "printer/deviceaddress.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
 
-#include <fileio/regularfile.h>
-
-#include <QBuffer>
 #include <QCloseEvent>
 #include <QDebug>
 #include <QIcon>
 #include <QListWidget>
 #include <QListWidgetItem>
 #include <QMessageBox>
-#include <QRegularExpression>
 #include <QTableWidgetItem>
-#include <QTextStream>
-#include <QUrl>
 
 namespace {
 
@@ -39,36 +35,6 @@ const QStringList summaryLabels = {QStringLiteral("Name"),           QStringLite
                                    QStringLiteral("Default"),        QStringLiteral("Paper Size")};
 
 } // namespace
-
-QString paperSizeFromPageSizeLine(const QString &line)
-{
-    const int space = line.indexOf(QLatin1Char(' '));
-    const int slash = line.indexOf(QLatin1Char('/'));
-    // Fixed arithmetic: the keyword starts at index 10 in "*PageSize <keyword>/...";
-    // a negative length takes the rest of the line.
-    return line.mid(space + 1, slash - 10);
-}
-
-QStringList paperSizesFromPpd(QTextStream &in)
-{
-    QStringList sizes;
-    while (!in.atEnd()) {
-        const QString line = in.readLine();
-        if (line.startsWith(QLatin1String("*PageSize")))
-            sizes.append(paperSizeFromPageSizeLine(line));
-    }
-    return sizes;
-}
-
-QStringList paperSizesFromPpd(const QByteArray &ppd)
-{
-    // Read as the text file it is: text mode, the locale's codec.
-    QByteArray bytes = ppd;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
-    QTextStream in(&buffer);
-    return paperSizesFromPpd(in);
-}
 
 WizardDlg::WizardDlg(PPDSet *catalogue, Printer *printer, bool edit)
     : QDialog(nullptr)
@@ -142,7 +108,7 @@ WizardDlg::WizardDlg(PPDSet *catalogue, Printer *printer, bool edit)
 
     loadPaperSizes();
 
-    qDebug().noquote() << "WizardDlg: stored paper size" << printer->paper_size;
+    qDebug().noquote() << "WizardDlg::WizardDlg - stored paper size:" << printer->paper_size;
     for (int i = 0; i < cbPaperSize->count(); ++i) {
         if (cbPaperSize->itemText(i) == printer->paper_size) {
             cbPaperSize->setCurrentIndex(i);
@@ -161,7 +127,7 @@ WizardDlg::~WizardDlg() = default;
 
 void WizardDlg::centerOnScreen()
 {
-    windowchrome::centreOnScreen0(this);
+    windowchrome::centerOnScreen(this);
 }
 
 void WizardDlg::updateButtons()
@@ -170,7 +136,7 @@ void WizardDlg::updateButtons()
     const int n = stack->count();
     bNext->setVisible(i != n - 1);
     bSubmit->setVisible(i == n - 1);
-    bBack->setVisible(i > 1);
+    bBack->setVisible(i > DiscoveryPage);
 }
 
 void WizardDlg::advance()
@@ -181,18 +147,16 @@ void WizardDlg::advance()
 
 void WizardDlg::loadPaperSizes()
 {
-    qDebug().noquote() << "WizardDlg::loadPaperSizes" << printer->ppd;
+    qDebug().noquote() << "WizardDlg::loadPaperSizes - PPD:" << printer->ppd;
     cbPaperSize->clear();
     // The path comes from the record; only a regular file of at most 16 MiB is read.
-    const fileio::ReadResult read =
-        fileio::readRegularFileReporting(printer->ppd, fileio::ppdFileCap);
-    if (!read.ok()) {
+    QStringList sizes;
+    if (!paperSizesFromPpdFile(printer->ppd, &sizes)) {
         qDebug() << "Cant open file";
         return;
     }
-    const QStringList sizes = paperSizesFromPpd(read.data);
     for (const QString &size : sizes) {
-        qDebug().noquote() << "WizardDlg: paper size" << size;
+        qDebug().noquote() << "WizardDlg::loadPaperSizes - paper size:" << size;
         cbPaperSize->addItem(size);
     }
 }
@@ -263,24 +227,23 @@ void WizardDlg::radioButtonRAW()
 void WizardDlg::restoreConnection()
 {
     const QString uri = printer->device_uri;
-    qDebug().noquote() << "WizardDlg: stored device" << uri;
-    if (uri.isEmpty() || uri.startsWith(QLatin1String("usb"))) {
+    qDebug().noquote() << "WizardDlg::restoreConnection - stored device:" << uri;
+    const DeviceAddress stored = DeviceAddress::fromStored(uri);
+    if (stored.kind == DeviceAddress::Usb) {
         b_radioButtonUSB->setChecked(true);
         radioButtonUSB();
         // A USB address goes stale when another printer is plugged in: use the one there now.
         printer->device_uri = printer->GetPrinterDevice();
-    } else if (uri.startsWith(QLatin1String("lpd"))) {
+    } else if (stored.kind == DeviceAddress::Lpd) {
         b_radioButtonLPD->setChecked(true);
-        const int p = uri.lastIndexOf(QLatin1Char('/'));
-        leName_4->setText(uri.mid(6, p - 6));
-        leQueue_2->setText(uri.mid(p + 1));
+        leName_4->setText(stored.host);
+        leQueue_2->setText(stored.queue);
         radioButtonLPD();
-    } else if (uri.startsWith(QLatin1String("socket"))) {
+    } else if (stored.kind == DeviceAddress::Socket) {
         b_radioButtonRAW->setChecked(true);
         qDebug().noquote() << "socket : " + uri;
-        const int p = uri.lastIndexOf(QLatin1Char(':'));
-        leName_4->setText(uri.mid(9, p - 9));
-        sbPort_2->setValue(uri.mid(p + 1).toInt());
+        leName_4->setText(stored.host);
+        sbPort_2->setValue(stored.port);
         radioButtonRAW();
     }
     // Any other address leaves the connection unchosen; Next then uses the local device.
@@ -288,19 +251,21 @@ void WizardDlg::restoreConnection()
 
 QString WizardDlg::connectionAddress() const
 {
-    if (connectionType.startsWith(QLatin1String("socket:")))
-        return QStringLiteral("socket://%1:%2")
-            .arg(leName_4->text(), QString::number(sbPort_2->value()));
-    if (connectionType.startsWith(QLatin1String("lpd:")))
-        return QStringLiteral("lpd://%1/%2").arg(leName_4->text(), leQueue_2->text());
-    return printer->GetPrinterDevice();
+    switch (DeviceAddress::kindOfConnectionType(connectionType)) {
+    case DeviceAddress::Socket:
+        return DeviceAddress::socket(leName_4->text(), sbPort_2->value()).uri();
+    case DeviceAddress::Lpd:
+        return DeviceAddress::lpd(leName_4->text(), leQueue_2->text()).uri();
+    default:
+        return printer->GetPrinterDevice();
+    }
 }
 
 void WizardDlg::storeConnection(const QString &address)
 {
     printer->device_uri = address;
-    const bool network = connectionType.startsWith(QLatin1String("socket:")) ||
-                         connectionType.startsWith(QLatin1String("lpd:"));
+    const bool network =
+        DeviceAddress::isNetwork(DeviceAddress::kindOfConnectionType(connectionType));
     printer->printer_class = network ? networkClass : directClass;
 }
 
@@ -310,28 +275,26 @@ void WizardDlg::setupConnection()
     leName->setText(printerModel);
     printer->model = printerModel;
 
-    const QUrl url(deviceUri, QUrl::TolerantMode);
-    const QString scheme = url.scheme();
-    if (scheme == QLatin1String("socket")) {
+    const DeviceAddress address = DeviceAddress::fromUrl(deviceUri);
+    if (address.kind == DeviceAddress::Socket) {
         lHost->show();
         leHost->show();
-        leHost->setText(url.host(QUrl::FullyDecoded));
+        leHost->setText(address.host);
         lPort->show();
         sbPort->show();
-        sbPort->setValue(url.port(9100));
+        sbPort->setValue(address.port);
         lQueue->hide();
         leQueue->hide();
         printer->printer_class = networkClass;
-    } else if (scheme == QLatin1String("lpd")) {
+    } else if (address.kind == DeviceAddress::Lpd) {
         lHost->show();
         leHost->show();
-        leHost->setText(url.host(QUrl::FullyDecoded));
+        leHost->setText(address.host);
         lPort->hide();
         sbPort->hide();
         lQueue->show();
         leQueue->show();
-        leQueue->setText(
-            url.path(QUrl::FullyDecoded).remove(QRegularExpression(QStringLiteral("^/"))));
+        leQueue->setText(address.queue);
         printer->printer_class = networkClass;
     } else {
         lHost->hide();
@@ -417,7 +380,7 @@ void WizardDlg::next()
             updateButtons();
         } else {
             // The discovery page shows no buttons while it searches.
-            stack->setCurrentIndex(stack->currentIndex() + 1);
+            stack->setCurrentIndex(DiscoveryPage);
             bNext->setVisible(false);
             bSubmit->setVisible(false);
             bBack->setVisible(false);
@@ -476,11 +439,11 @@ void WizardDlg::next()
         deviceUri = printer->device_uri;
         if (printer->model.isEmpty())
             printer->model = selModel;
-        qDebug().noquote() << "WizardDlg: connection" << connectionType;
+        qDebug().noquote() << "WizardDlg::next - connection:" << connectionType;
         storeConnection(address);
         printer->win_driver = leWinDriver->text();
         printer->paper_size = cbPaperSize->currentText();
-        qDebug().noquote() << "WizardDlg: paper size" << printer->paper_size;
+        qDebug().noquote() << "WizardDlg::next - paper size:" << printer->paper_size;
         printer->default_vdi_printer = cbDefaultSession->isChecked();
         // An unchecked box leaves an existing default as it is.
         if (cbDefault->isChecked())
@@ -499,7 +462,7 @@ void WizardDlg::back()
 {
     const int i = stack->currentIndex();
     // Back on the list of available printers deliberately does nothing.
-    if (i == 2)
+    if (i == AvailablePage)
         return;
     if (stack->currentWidget() == pwAvailable) {
         stack->setCurrentWidget(pwStart);
@@ -511,7 +474,7 @@ void WizardDlg::back()
         stack->setCurrentIndex(i - 1);
         updateButtons();
         // The preferences page is the first page a user sees, so it has no Back.
-        if (stack->currentIndex() == 7)
+        if (stack->currentIndex() == PreferencesPage)
             bBack->hide();
     }
 }

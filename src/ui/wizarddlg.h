@@ -5,26 +5,13 @@
 
 #include "drivers/ppdsetloader.h"
 
-#include <QByteArray>
 #include <QDialog>
 #include <QString>
-#include <QStringList>
 
 class PPDSet;
 class Printer;
 class QCloseEvent;
 class QListWidget;
-class QTextStream;
-
-// The paper size named by one "*PageSize" line of a PPD file: the text after the first
-// space, as long as the index of the first "/" minus ten. For the usual
-// "*PageSize A4/A4: ..." that is exactly the option keyword; a line without "/" gives
-// everything after the first space.
-QString paperSizeFromPageSizeLine(const QString &line);
-// The paper sizes of every line starting with "*PageSize", in file order, duplicates kept.
-QStringList paperSizesFromPpd(QTextStream &in);
-// The same over the bytes of a whole PPD file.
-QStringList paperSizesFromPpd(const QByteArray &ppd);
 
 // The dialog that creates or edits one printer record in place. The user works on the
 // preferences page and the summary page; the catalogue pages before them are complete
@@ -33,6 +20,19 @@ class WizardDlg : public QDialog, private Ui::WizardDialog
 {
     Q_OBJECT
 public:
+    // The pages of the form's stack, in their order there.
+    enum Page {
+        StartPage,
+        DiscoveryPage,
+        AvailablePage,
+        AddPage,
+        ManufacturerPage,
+        ModelPage,
+        DriverPage,
+        PreferencesPage,
+        SummaryPage
+    };
+
     WizardDlg(PPDSet *catalogue, Printer *printer, bool edit);
     ~WizardDlg() override;
 

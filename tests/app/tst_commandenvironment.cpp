@@ -2,11 +2,10 @@
 // the toolkit while it starts, a command started through the shell runner afterwards
 // gets exactly the environment the program was started with. Each case starts this test
 // program again as a child with a chosen environment; the child makes the application
-// object as the program does and runs a command through the real shell runner (no
+// object as the program does and runs a command through the program's shell (no
 // recorder installed) that writes its own environment to a file.
 #include "app/startup.h"
-
-#include <zeq/system.h>
+#include "printer/shell.h"
 
 #include <QProcess>
 #include <QTemporaryDir>
@@ -23,7 +22,7 @@ const char childOption[] = "--run-command-and-write-its-environment";
 int runChild(int argc, char **argv, const QString &output)
 {
     auto app = makeApplication(argc, argv);
-    return zeq::System::ExecShell(QStringLiteral("cat /proc/$$/environ > '%1'").arg(output));
+    return shell::run(QStringLiteral("cat /proc/$$/environ > '%1'").arg(output));
 }
 
 QStringList sorted(QStringList entries)

@@ -47,11 +47,11 @@ private slots:
         QCOMPARE(windowchrome::centredTopLeft(area, size), expected);
     }
 
-    void centreOnScreen0MovesTheWindowThere()
+    void centerOnScreenMovesTheWindowToScreen0sMiddle()
     {
         QWidget w;
         w.resize(439, 377);
-        windowchrome::centreOnScreen0(&w);
+        windowchrome::centerOnScreen(&w);
         QCOMPARE(w.pos(), windowchrome::centredTopLeft(windowchrome::availableGeometryOfScreen0(),
                                                        w.size()));
     }

@@ -76,6 +76,24 @@ private slots:
         QVERIFY(QFileInfo::exists(a.path()));
     }
 
+    void committedRecordIsReadableByItsOwnerOnly()
+    {
+        // A record holds a device address, which may carry a password. Both a new record
+        // and one that replaces a wider one end up 0600.
+        Item a;
+        a.set_path(dir + QStringLiteral("/secret.pr"));
+        QVERIFY(a.Commit());
+        struct stat st;
+        QCOMPARE(::stat(QFile::encodeName(a.path()).constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 07777), 0600);
+        QVERIFY(QFile::setPermissions(a.path(), QFile::ReadOwner | QFile::WriteOwner |
+                                                    QFile::ReadGroup | QFile::ReadOther));
+        a.text = QStringLiteral("again");
+        QVERIFY(a.Commit());
+        QCOMPARE(::stat(QFile::encodeName(a.path()).constData(), &st), 0);
+        QCOMPARE(int(st.st_mode & 07777), 0600);
+    }
+
     void commitToOtherPathLeavesOwnPathAlone()
     {
         Item a;

@@ -1,9 +1,9 @@
 #include "printer/paths.h"
 #include "printer/printer.h"
+#include "printer/staging.h"
+#include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
-
-#include <zeq/system.h>
 
 #include <QtTest>
 
@@ -92,25 +92,28 @@ private slots:
                      QStringLiteral("lpadmin -d came %1 s after cupsaccept").arg(shell.gap(1, 2))));
     }
 
-    void installWithAnEmptyDeviceUriPassesAnEmptyQuotedUri()
+    void installPassesAnEmptyFieldAsEmptyQuotes_data()
     {
-        Printer p = office();
-        p.device_uri.clear();
-        ShellRecorder shell;
-        p.Install();
-        QCOMPARE(shell.commands().first(),
-                 QStringLiteral("lpadmin  -p Office -D 'Office' -v '' "
-                                "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E"));
+        QTest::addColumn<bool>("emptyUri");
+        QTest::addColumn<QString>("lpadmin");
+        QTest::newRow("device address")
+            << true
+            << QStringLiteral("lpadmin  -p Office -D 'Office' -v '' "
+                              "-P '/usr/share/ppd/std1/Generic/-Generic-Text-Only-Raw.ppd' -E");
+        QTest::newRow("driver")
+            << false
+            << QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' -P '' -E");
     }
 
-    void installWithAnEmptyPpdPassesAnEmptyQuotedPpd()
+    void installPassesAnEmptyFieldAsEmptyQuotes()
     {
+        QFETCH(bool, emptyUri);
+        QFETCH(QString, lpadmin);
         Printer p = office();
-        p.ppd.clear();
+        (emptyUri ? p.device_uri : p.ppd).clear();
         ShellRecorder shell;
         p.Install();
-        QCOMPARE(shell.commands().first(),
-                 QStringLiteral("lpadmin  -p Office -D 'Office' -v 'usb://EPSON/TM-T88' -P '' -E"));
+        QCOMPARE(shell.commands().first(), lpadmin);
     }
 
     void installCopiesPercentSignsInFieldsLiterally()
@@ -228,6 +231,35 @@ private slots:
         QCOMPARE(shell.commands().size(), 2);
         QVERIFY2(shell.sinceStart() < 0.4,
                  qPrintable(QStringLiteral("Uninstall took %1 s").arg(shell.sinceStart())));
+    }
+
+    void stagingSetsThePaperSizeAndCopiesTheEditedPpdTwice()
+    {
+        Printer laser = postScriptPrinter(QStringLiteral("Laser"));
+        laser.paper_size = QStringLiteral("Letter");
+        ShellRecorder shell;
+        stageQueuePpd(laser);
+        QCOMPARE(shell.commands(),
+                 QStringList({"cat /etc/cups/ppd/Laser.ppd| sed -e "
+                              "\"s/DefaultPageSize.*/DefaultPageSize: Letter/g\"  >/tmp/Laser.ppd",
+                              "cp /tmp/Laser.ppd /etc/cups/ppd",
+                              "cp /tmp/Laser.ppd /tmp/config/files/cups"}));
+    }
+
+    void rawTextQueueIsNotStaged()
+    {
+        ShellRecorder shell;
+        stageQueuePpd(office());
+        QCOMPARE(shell.commands(), QStringList());
+    }
+
+    void announcingTellsTheSessionThenWaitsInTheBackground()
+    {
+        ShellRecorder shell;
+        announceQueues();
+        waitForPrintService();
+        QCOMPARE(shell.commands(),
+                 QStringList({"init_ica", "CitrixCUPSPrinter", "waitforCUPS&", "waitforCUPS&"}));
     }
 };
 

@@ -241,26 +241,39 @@ private slots:
         QCOMPARE(sandbox::fakeCalls().size(), 1);
     }
 
-    void fieldsWithPercentSignsAreWrittenLiterally()
+    void fieldsAreWrittenLiterallyInTheLocaleEncoding_data()
     {
-        Printer p = receiptPrinter();
-        p.model = QStringLiteral("100% Laser %1");
-        p.win_driver = QStringLiteral("%2 driver");
-        const QByteArray written = settingsWrittenFor(p);
-        QVERIFY(written.contains("\tModel:\t\t100% Laser %1\r\n\r\n"));
-        QVERIFY(written.contains("\tWindows Driver:\t%2 driver\r\n\r\n"));
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QString>("windowsDriver");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("percent signs")
+            << QStringLiteral("Receipts") << QStringLiteral("100% Laser %1")
+            << QStringLiteral("%2 driver")
+            << QByteArray("\tName:\t\tReceipts\r\n\r\n\tClass:\t\tdirect\r\n\r\n"
+                          "\tModel:\t\t100% Laser %1\r\n\r\n");
+        QTest::newRow("non-ASCII")
+            << QStringLiteral("B\u00fcro") << QStringLiteral("\u00c9tiquette 58")
+            << QStringLiteral("%2 driver")
+            << QByteArray("\tName:\t\tB\xc3\xbcro\r\n\r\n\tClass:\t\tdirect\r\n\r\n"
+                          "\tModel:\t\t\xc3\x89tiquette 58\r\n\r\n");
     }
 
-    void settingsAreWrittenInTheLocaleEncoding()
+    void fieldsAreWrittenLiterallyInTheLocaleEncoding()
     {
         if (QTextCodec::codecForLocale()->name() != "UTF-8")
             QSKIP("the test runs under a UTF-8 locale (LANG=C.UTF-8); this one is not");
+        QFETCH(QString, name);
+        QFETCH(QString, model);
+        QFETCH(QString, windowsDriver);
+        QFETCH(QByteArray, expected);
         Printer p = receiptPrinter();
-        p.name = QStringLiteral("B\u00fcro");
-        p.model = QStringLiteral("\u00c9tiquette 58");
+        p.name = name;
+        p.model = model;
+        p.win_driver = windowsDriver;
         const QByteArray written = settingsWrittenFor(p);
-        QVERIFY(written.startsWith("\tName:\t\tB\xc3\xbcro\r\n\r\n"));
-        QVERIFY(written.contains("\tModel:\t\t\xc3\x89tiquette 58\r\n\r\n"));
+        QVERIFY2(written.startsWith(expected), written.constData());
+        QVERIFY(written.contains("\tWindows Driver:\t%2 driver\r\n\r\n"));
     }
 };
 

@@ -33,6 +33,30 @@ real_cups_fail() {
     exit 2
 }
 
+real_cups_scheduler_runs() {
+    lpstat -r 2>/dev/null | grep -q 'is running'
+}
+
+# real_cups_wait PID_VARIABLE OUTPUT SECONDS DIED_MESSAGE LATE_MESSAGE COMMAND...
+# Tries COMMAND every tenth of a second until it succeeds. Should the process whose id
+# PID_VARIABLE holds end first, its OUTPUT is shown, the variable is emptied (nothing
+# left to stop) and the run fails with DIED_MESSAGE; after SECONDS it fails with
+# LATE_MESSAGE.
+real_cups_wait() {
+    local pid_variable=$1 output=$2 seconds=$3 died=$4 late=$5 tries=0
+    shift 5
+    until "$@"; do
+        if ! kill -0 "${!pid_variable}" 2>/dev/null; then
+            cat "$output" >&2 2>/dev/null || true
+            printf -v "$pid_variable" '%s' ''
+            real_cups_fail "$died"
+        fi
+        tries=$((tries + 1))
+        [ $tries -lt $((seconds * 10)) ] || real_cups_fail "$late"
+        sleep 0.1
+    done
+}
+
 real_cups_start() {
     REAL_CUPS_PID=
     REAL_CUPS_LISTENER_PID=
@@ -131,17 +155,8 @@ EOF
         >> "$SANDBOX_DIR/cupsd.out" 2>&1 &
     REAL_CUPS_PID=$!
 
-    local tries=0
-    until lpstat -r 2>/dev/null | grep -q 'is running'; do
-        if ! kill -0 "$REAL_CUPS_PID" 2>/dev/null; then
-            cat "$SANDBOX_DIR/cupsd.out" >&2 2>/dev/null || true
-            REAL_CUPS_PID=
-            real_cups_fail "cupsd did not start"
-        fi
-        tries=$((tries + 1))
-        [ $tries -lt 200 ] || real_cups_fail "cupsd did not answer within 20 seconds"
-        sleep 0.1
-    done
+    real_cups_wait REAL_CUPS_PID "$SANDBOX_DIR/cupsd.out" 20 "cupsd did not start" \
+        "cupsd did not answer within 20 seconds" real_cups_scheduler_runs
 
     export SANDBOX_JOBS_DIR=$SANDBOX_DIR/printer-jobs
     local port_file=$SANDBOX_DIR/printer-port
@@ -149,17 +164,9 @@ EOF
     "$python" "$here/printer-listener" --answer-snmp "$SANDBOX_JOBS_DIR" "$port_file" \
         >> "$SANDBOX_DIR/printer-listener.out" 2>&1 &
     REAL_CUPS_LISTENER_PID=$!
-    tries=0
-    until [ -s "$port_file" ]; do
-        if ! kill -0 "$REAL_CUPS_LISTENER_PID" 2>/dev/null; then
-            cat "$SANDBOX_DIR/printer-listener.out" >&2 2>/dev/null || true
-            REAL_CUPS_LISTENER_PID=
-            real_cups_fail "the loopback printer did not start"
-        fi
-        tries=$((tries + 1))
-        [ $tries -lt 100 ] || real_cups_fail "the loopback printer did not start within 10 seconds"
-        sleep 0.1
-    done
+    real_cups_wait REAL_CUPS_LISTENER_PID "$SANDBOX_DIR/printer-listener.out" 10 \
+        "the loopback printer did not start" \
+        "the loopback printer did not start within 10 seconds" test -s "$port_file"
     export SANDBOX_PRINTER_PORT
     SANDBOX_PRINTER_PORT=$(cat "$port_file")
 }

@@ -1,6 +1,6 @@
 #include "support/childprocess.h"
 
-#include "fileio/regularfile.h"
+#include "fileio/freshfile.h"
 
 #include <QElapsedTimer>
 

@@ -1,28 +1,27 @@
 #include "support/shellrecorder.h"
 
+#include <zeq/system.h>
+
 ShellRecorder::ShellRecorder(Mode mode, int status)
     : m_mode(mode)
     , m_status(status)
 {
     m_clock.start();
-    m_previous = zeq::System::SetShellRunner([this](const QString &command) {
+    m_previous = shell::setRunner([this](const QString &command) {
         m_commands.append(command);
         m_times.append(m_clock.nsecsElapsed());
         if (m_observer)
             m_observer(command);
         if (m_mode == Record)
             return m_status;
-        // Run it for real: step aside for the duration of the call.
-        zeq::System::ShellRunner self = zeq::System::SetShellRunner(nullptr);
-        const int status = zeq::System::ExecShell(command);
-        zeq::System::SetShellRunner(std::move(self));
-        return status;
+        // Run it for real, through the platform library as the program would.
+        return zeq::System::ExecShell(command);
     });
 }
 
 ShellRecorder::~ShellRecorder()
 {
-    zeq::System::SetShellRunner(std::move(m_previous));
+    shell::setRunner(std::move(m_previous));
 }
 
 void ShellRecorder::clear()

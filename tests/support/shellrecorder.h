@@ -1,6 +1,6 @@
 #pragma once
 
-#include <zeq/shellrunner.h>
+#include "printer/shell.h"
 
 #include <QElapsedTimer>
 #include <QList>
@@ -8,11 +8,11 @@
 
 #include <functional>
 
-// Installs itself as the platform's shell runner for its lifetime and records every
-// command line the code under test runs, in order, with the time it arrived. In Record
-// mode nothing is executed and every line "succeeds" with the chosen status; in
-// RecordAndRun mode each line is also run by /bin/sh (inside the sandbox), for tests that
-// check what the commands did to files.
+// Installs itself as the program's shell runner (shell::setRunner) for its lifetime and records
+// every command line the code under test runs, in order, with the time it arrived. In Record mode
+// nothing is executed and every line "succeeds" with the chosen status; in RecordAndRun mode each
+// line is also run by /bin/sh (inside the sandbox), for tests that check what the commands did to
+// files.
 //
 // An observer, when set, is called with each line as it is recorded and before it runs,
 // so that a test can note what the world looked like at that moment (which files exist,
@@ -45,5 +45,5 @@ private:
     QElapsedTimer m_clock;
     QStringList m_commands;
     QList<qint64> m_times;
-    zeq::System::ShellRunner m_previous;
+    shell::Runner m_previous;
 };

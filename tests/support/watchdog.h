@@ -10,7 +10,7 @@
 // Ends the whole test program with a message when the scope it guards does not finish
 // in time, so that a read which blocks forever fails the test instead of freezing it.
 //
-//     { Watchdog guard("reading a FIFO"); fileio::readRegularFile(fifo, cap); }
+//     { Watchdog guard("reading a FIFO"); fileio::read(fifo, request); }
 class Watchdog
 {
 public:

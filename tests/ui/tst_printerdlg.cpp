@@ -1,6 +1,6 @@
 // The printer list window: its form, its construction and its list.
 
-#include "tst_printerdlg_fixture.h"
+#include "support/printerdlgfixture.h"
 
 #include "common/windowchrome.h"
 #include "printer/printer.h"

@@ -1,7 +1,7 @@
 // The actions behind the printer list window's buttons, and the PPD staging that follows
 // an add or an edit.
 
-#include "tst_printerdlg_fixture.h"
+#include "support/printerdlgfixture.h"
 
 #include "drivers/ppdset.h"
 #include "printer/paths.h"
@@ -13,8 +13,6 @@
 #include "support/stderrcapture.h"
 #include "support/widgets.h"
 #include "ui/printerdlg.h"
-
-#include <zeq/system.h>
 
 #include <QApplication>
 #include <QDir>

@@ -1,7 +1,7 @@
 // The printer list window's memory over a long session: rebuilding the list again and
 // again must not pile up the records of every earlier list, while the record an action
 // is still working on after its refresh stays valid.
-#include "tst_printerdlg_fixture.h"
+#include "support/printerdlgfixture.h"
 
 #include "support/shellrecorder.h"
 #include "ui/printerdlg.h"

@@ -55,6 +55,7 @@ private slots:
     void init();
     void cleanup();
 
+    void namedPagesAreTheFormsPagesInOrder();
     void updateButtonsFollowsPageIndex_data();
     void updateButtonsFollowsPageIndex();
     void startNextInAddModeGoesToDiscoveryAndHidesAllButtons();
@@ -139,6 +140,20 @@ void TestWizardPages::checkButtons(bool next, bool ok, bool back) const
     QCOMPARE(!child<QPushButton>("bNext")->isHidden(), next);
     QCOMPARE(!child<QPushButton>("bSubmit")->isHidden(), ok);
     QCOMPARE(!child<QPushButton>("bBack")->isHidden(), back);
+}
+
+void TestWizardPages::namedPagesAreTheFormsPagesInOrder()
+{
+    open(false);
+    const QList<QPair<const char *, int>> pages = {
+        {"pwStart", WizardDlg::StartPage},         {"pwDiscovery", WizardDlg::DiscoveryPage},
+        {"pwAvailable", WizardDlg::AvailablePage}, {"pwAdd", WizardDlg::AddPage},
+        {"pwManu", WizardDlg::ManufacturerPage},   {"pwModel", WizardDlg::ModelPage},
+        {"pwDriver", WizardDlg::DriverPage},       {"pwPref", WizardDlg::PreferencesPage},
+        {"pwFinish", WizardDlg::SummaryPage}};
+    for (const auto &page : pages)
+        QCOMPARE(stack()->indexOf(child<QWidget>(page.first)), page.second);
+    QCOMPARE(stack()->count(), int(WizardDlg::SummaryPage) + 1);
 }
 
 void TestWizardPages::updateButtonsFollowsPageIndex_data()

@@ -1,6 +1,5 @@
 #include "zeq/persistentobject.h"
 
-#include "fileio/regularfile.h"
 #include "zeq/propertyformat.h"
 #include "zeq/propertyset.h"
 
@@ -10,7 +9,9 @@
 #include <QRegularExpression>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -26,6 +27,69 @@ namespace {
 // caller enumerates ("*.pr"); the writer's process id tells a temporary that is still
 // being written from one left behind by a writer that was killed.
 const char temporaryPrefix[] = ".zeq-commit-";
+
+// No real record comes near this size.
+constexpr qint64 recordCap = qint64(1) << 20;
+
+// Reads the record at path into *data when it is a regular file of at most recordCap
+// bytes. Opening does not block (a named pipe has no writer) and a file that grows while
+// it is read is cut at the cap. Anything but a missing file that cannot be read is said
+// on standard error and, like a missing one, gives false.
+bool readRecord(const QString &path, QByteArray *data)
+{
+    const QByteArray name = QFile::encodeName(path);
+    const int fd = ::open(name.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) {
+        if (errno != ENOENT)
+            std::fprintf(stderr, "libzeq2: ignoring %s: %s\n", name.constData(),
+                         std::strerror(errno));
+        return false;
+    }
+    struct stat st;
+    const char *fault = nullptr;
+    int error = 0;
+    if (::fstat(fd, &st) != 0)
+        error = errno;
+    else if (!S_ISREG(st.st_mode))
+        fault = "not a regular file";
+    char buffer[65536];
+    while (!fault && !error) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            error = errno;
+        else if (data->size() + n > recordCap)
+            fault = "larger than 1048576 bytes";
+        else if (n == 0)
+            break;
+        else
+            data->append(buffer, int(n));
+    }
+    ::close(fd);
+    if (!fault && !error)
+        return true;
+    std::fprintf(stderr, "libzeq2: ignoring %s: %s\n", name.constData(),
+                 fault ? fault : std::strerror(error));
+    data->clear();
+    return false;
+}
+
+bool writeWhole(int fd, const QByteArray &data)
+{
+    const char *next = data.constData();
+    qint64 left = data.size();
+    while (left > 0) {
+        const ssize_t n = ::write(fd, next, size_t(left));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        next += n;
+        left -= n;
+    }
+    return true;
+}
 
 QByteArray temporaryTemplate(const QString &folder)
 {
@@ -70,10 +134,9 @@ bool PersistentObject::Load()
     PropertySet properties(PropertySet::Read);
     bool loaded = false;
     if (!m_path.isEmpty()) {
-        const fileio::ReadResult file =
-            fileio::readRegularFileReporting(m_path, fileio::smallFileCap);
-        if (file.ok()) {
-            propertyformat::parse(file.data, properties);
+        QByteArray data;
+        if (readRecord(m_path, &data)) {
+            propertyformat::parse(data, properties);
             loaded = true;
         }
     }
@@ -104,7 +167,9 @@ bool PersistentObject::Commit(const QString &path)
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0)
         return false;
-    bool written = ::fchmod(fd, 0644) == 0 && fileio::writeAll(fd, data) == 0 && ::fsync(fd) == 0;
+    // Readable by its owner only: a record holds a device address, which may carry a
+    // password.
+    bool written = ::fchmod(fd, 0600) == 0 && writeWhole(fd, data) && ::fsync(fd) == 0;
     written = ::close(fd) == 0 && written;
     if (written && ::rename(temporary.constData(), QFile::encodeName(path).constData()) == 0)
         return true;

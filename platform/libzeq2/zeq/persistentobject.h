@@ -23,7 +23,8 @@ public:
     bool Load();
     // Writes every property to the object's path (or to the given path, leaving the
     // object's path unchanged). The file is replaced atomically: a crash leaves either
-    // the old or the new file. A missing parent folder is created.
+    // the old or the new file. It is readable by its owner only (0600). A missing parent
+    // folder is created.
     bool Commit();
     bool Commit(const QString &path);
     bool Remove();

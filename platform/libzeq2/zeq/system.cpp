@@ -1,7 +1,5 @@
 #include "zeq/system.h"
 
-#include "zeq/shellrunner.h"
-
 #include <QByteArray>
 
 #include <cerrno>
@@ -15,12 +13,6 @@ namespace zeq {
 namespace System {
 
 namespace {
-
-ShellRunner &installedRunner()
-{
-    static ShellRunner runner;
-    return runner;
-}
 
 // The command as one printable line: control characters are shown as escapes.
 QByteArray printable(const QString &command)
@@ -37,13 +29,6 @@ QByteArray printable(const QString &command)
 
 } // namespace
 
-ShellRunner SetShellRunner(ShellRunner runner)
-{
-    ShellRunner previous = std::move(installedRunner());
-    installedRunner() = std::move(runner);
-    return previous;
-}
-
 int ExecShell(const QString &command)
 {
     if (command.contains(QChar(0))) {
@@ -51,9 +36,6 @@ int ExecShell(const QString &command)
                      printable(command).constData());
         return -1;
     }
-    if (const ShellRunner &runner = installedRunner())
-        return runner(command);
-
     const QByteArray line = command.toLocal8Bit();
     char shell[] = "/bin/sh";
     char dashC[] = "-c";

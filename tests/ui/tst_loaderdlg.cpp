@@ -1,8 +1,8 @@
 // The progress dialog shown while the catalogue loads. Writes the device style sheet
 // under /tmp, so it runs in the sandbox.
 
-#include "drivers/loaderdlg.h"
 #include "printer/paths.h"
+#include "ui/loaderdlg.h"
 
 #include "common/windowchrome.h"
 #include "support/messages.h"

@@ -82,7 +82,7 @@ private:
         QCOMPARE(r.loaded, false);
         QCOMPARE(r.text, QStringLiteral("dflt"));
         QCOMPARE(r.flag, true);
-        QCOMPARE(r.errors, QStringLiteral("printerconfig: ignoring %1: %2\n").arg(path, reason));
+        QCOMPARE(r.errors, QStringLiteral("libzeq2: ignoring %1: %2\n").arg(path, reason));
     }
 
 private slots:
@@ -222,4 +222,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(TestHostileRecords)
-#include "tst_hostilerecords.moc"
+#include "tst_hostile_records.moc"

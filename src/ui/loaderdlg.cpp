@@ -1,4 +1,4 @@
-#include "drivers/loaderdlg.h"
+#include "ui/loaderdlg.h"
 
 #include "common/windowchrome.h"
 
@@ -10,7 +10,7 @@ LoaderDlg::LoaderDlg()
     setupUi(this);
     setWindowFlags(Qt::Dialog);
     setFixedSize(size());
-    windowchrome::centreOnScreen0(this);
+    windowchrome::centerOnScreen(this);
     setWindowTitle(QStringLiteral("Printer Configuration"));
     setWindowIcon(QIcon(windowchrome::windowIconPath()));
     setStyleSheet(windowchrome::loadStyleSheet());

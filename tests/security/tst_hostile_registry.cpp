@@ -59,7 +59,7 @@ bool linkToDevZero(const QString &path)
 
 } // namespace
 
-class TestRegistrySafety : public QObject
+class TestHostileRegistry : public QObject
 {
     Q_OBJECT
 
@@ -88,8 +88,8 @@ private slots:
         verifyPromptRead(read);
         QCOMPARE(read.defaultName, QString());
         QCOMPARE(read.names.values(), QStringList{QStringLiteral("Office")});
-        QCOMPARE(read.outcome.errors, QByteArray("printerconfig: ignoring " +
-                                                 defaultEntry.toUtf8() + ": not a regular file\n"));
+        QCOMPARE(read.outcome.errors, QByteArray("libzeq2: ignoring " + defaultEntry.toUtf8() +
+                                                 ": not a regular file\n"));
     }
 
     void devZeroAsDefaultEntryGivesNoDefaultWithoutReading()
@@ -141,8 +141,8 @@ private slots:
         QCOMPARE(read.names.size(), 2);
         QVERIFY(read.names.contains(big));
         QCOMPARE(read.names.value(big), QString());
-        QCOMPARE(read.outcome.errors, QByteArray("printerconfig: ignoring " + big.toUtf8() +
-                                                 ": larger than 1048576 bytes\n"));
+        QCOMPARE(read.outcome.errors,
+                 QByteArray("libzeq2: ignoring " + big.toUtf8() + ": larger than 1048576 bytes\n"));
     }
 
     void printerWithEmptyNameIsListedAndDeletable()
@@ -245,5 +245,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestRegistrySafety)
-#include "tst_registrysafety.moc"
+QTEST_GUILESS_MAIN(TestHostileRegistry)
+#include "tst_hostile_registry.moc"

@@ -1,4 +1,6 @@
-#include "fileio/regularfile.h"
+#include "fileio/folders.h"
+#include "fileio/freshfile.h"
+#include "fileio/read.h"
 #include "support/sandbox.h"
 #include "support/stderrcapture.h"
 #include "support/watchdog.h"
@@ -6,6 +8,7 @@
 #include <QtTest>
 
 #include <cerrno>
+#include <cstring>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,6 +27,19 @@ bool makeFifo(const QString &path)
     return ::mkfifo(QFile::encodeName(path).constData(), 0666) == 0;
 }
 
+// A request for one read, spelled out in full so that each test says what it asks for.
+fileio::ReadRequest asked(qint64 cap, fileio::Trust trust, bool report, QFile *stream = nullptr,
+                          QIODevice::OpenMode mode = QIODevice::ReadOnly)
+{
+    fileio::ReadRequest request;
+    request.cap = cap;
+    request.trust = trust;
+    request.report = report;
+    request.stream = stream;
+    request.streamMode = mode;
+    return request;
+}
+
 bool makeSparse(const QString &path, qint64 size)
 {
     QFile file(path);
@@ -32,7 +48,7 @@ bool makeSparse(const QString &path, qint64 size)
 
 } // namespace
 
-class TestRegularFile : public QObject
+class TestFileIo : public QObject
 {
     Q_OBJECT
 
@@ -48,7 +64,8 @@ private slots:
     {
         const QByteArray content("line one\r\nsecond\0line\n", 22);
         QVERIFY(sandbox::writeFile(at("plain"), content));
-        const fileio::ReadResult result = fileio::readRegularFile(at("plain"), 1024);
+        const fileio::ReadResult result =
+            fileio::read(at("plain"), asked(1024, fileio::Trust::Any, false));
         QCOMPARE(result.status, fileio::ReadResult::Ok);
         QCOMPARE(result.data, content);
     }
@@ -57,13 +74,15 @@ private slots:
     {
         QVERIFY(sandbox::writeFile(at("target"), "text"));
         QVERIFY(QFile::link(at("target"), at("link")));
-        QCOMPARE(fileio::readRegularFile(at("link"), 1024).data, QByteArray("text"));
+        QCOMPARE(fileio::read(at("link"), asked(1024, fileio::Trust::Any, false)).data,
+                 QByteArray("text"));
     }
 
     void missingFileIsMissingAndNotReported()
     {
         StderrCapture err;
-        const fileio::ReadResult result = fileio::readRegularFileReporting(at("none"), 1024);
+        const fileio::ReadResult result =
+            fileio::read(at("none"), asked(1024, fileio::Trust::Any, true));
         QCOMPARE(result.status, fileio::ReadResult::Missing);
         QVERIFY(result.reason.isEmpty());
         QVERIFY(err.diagnostics().isEmpty());
@@ -77,7 +96,7 @@ private slots:
         fileio::ReadResult result;
         {
             Watchdog guard("reading a named pipe");
-            result = fileio::readRegularFile(at("fifo"), 1024);
+            result = fileio::read(at("fifo"), asked(1024, fileio::Trust::Any, false));
         }
         QVERIFY(timer.elapsed() < 1000);
         QCOMPARE(result.status, fileio::ReadResult::Refused);
@@ -92,7 +111,8 @@ private slots:
         fileio::ReadResult result;
         {
             Watchdog guard("reading /dev/zero through a link");
-            result = fileio::readRegularFile(at("zero"), fileio::largeFileCap);
+            result =
+                fileio::read(at("zero"), asked(fileio::largeFileCap, fileio::Trust::Any, false));
         }
         QVERIFY(timer.elapsed() < 1000);
         QCOMPARE(result.status, fileio::ReadResult::Refused);
@@ -102,7 +122,8 @@ private slots:
     void folderIsRefused()
     {
         QVERIFY(QDir().mkpath(at("dir")));
-        QCOMPARE(fileio::readRegularFile(at("dir"), 1024).status, fileio::ReadResult::Refused);
+        QCOMPARE(fileio::read(at("dir"), asked(1024, fileio::Trust::Any, false)).status,
+                 fileio::ReadResult::Refused);
     }
 
     void fileOneByteOverTheCapIsRefused()
@@ -110,7 +131,8 @@ private slots:
         QVERIFY(makeSparse(at("big"), fileio::largeFileCap + 1));
         QElapsedTimer timer;
         timer.start();
-        const fileio::ReadResult result = fileio::readRegularFile(at("big"), fileio::largeFileCap);
+        const fileio::ReadResult result =
+            fileio::read(at("big"), asked(fileio::largeFileCap, fileio::Trust::Any, false));
         QVERIFY(timer.elapsed() < 1000);
         QCOMPARE(result.status, fileio::ReadResult::Refused);
         QCOMPARE(result.reason, QStringLiteral("larger than 67108864 bytes"));
@@ -119,7 +141,8 @@ private slots:
     void fileOfExactlyTheCapIsRead()
     {
         QVERIFY(makeSparse(at("full"), fileio::smallFileCap));
-        const fileio::ReadResult result = fileio::readRegularFile(at("full"), fileio::smallFileCap);
+        const fileio::ReadResult result =
+            fileio::read(at("full"), asked(fileio::smallFileCap, fileio::Trust::Any, false));
         QCOMPARE(result.status, fileio::ReadResult::Ok);
         QCOMPARE(result.data, QByteArray(int(fileio::smallFileCap), '\0'));
     }
@@ -130,7 +153,7 @@ private slots:
         StderrCapture err;
         {
             Watchdog guard("reading a named pipe");
-            fileio::readRegularFileReporting(at("fifo"), 1024);
+            fileio::read(at("fifo"), asked(1024, fileio::Trust::Any, true));
         }
         QCOMPARE(err.diagnostics(),
                  QStringList{QStringLiteral("printerconfig: ignoring /tmp/fileio/fifo: "
@@ -141,8 +164,9 @@ private slots:
     {
         QVERIFY(sandbox::writeFile(at("db"), "first\r\nsecond\n"));
         QFile file;
-        const fileio::ReadResult result = fileio::openRegularFileReporting(
-            at("db"), 1024, &file, QIODevice::ReadOnly | QIODevice::Text);
+        const fileio::ReadResult result =
+            fileio::read(at("db"), asked(1024, fileio::Trust::Any, true, &file,
+                                         QIODevice::ReadOnly | QIODevice::Text));
         QCOMPARE(result.status, fileio::ReadResult::Ok);
         QVERIFY(file.isOpen());
         // Text mode as with a file opened by name: the carriage return is dropped.
@@ -158,13 +182,15 @@ private slots:
         for (const char *name : {"fifo", "zero", "big"}) {
             QFile file;
             Watchdog guard("opening a hostile file as a stream");
-            QCOMPARE(fileio::openRegularFileReporting(at(name), fileio::largeFileCap, &file).status,
-                     fileio::ReadResult::Refused);
+            QCOMPARE(
+                fileio::read(at(name), asked(fileio::largeFileCap, fileio::Trust::Any, true, &file))
+                    .status,
+                fileio::ReadResult::Refused);
             QVERIFY(!file.isOpen());
         }
         QCOMPARE(err.diagnostics().size(), 3);
         QFile file;
-        QCOMPARE(fileio::openRegularFileReporting(at("none"), 1024, &file).status,
+        QCOMPARE(fileio::read(at("none"), asked(1024, fileio::Trust::Any, true, &file)).status,
                  fileio::ReadResult::Missing);
         QCOMPARE(err.diagnostics().size(), 3);
     }
@@ -174,7 +200,7 @@ private slots:
         QVERIFY(sandbox::writeFile(at("victim"), "keep me"));
         QVERIFY(QFile::link(at("victim"), at("scratch")));
         QString reason;
-        QVERIFY(fileio::createFreshFile(at("scratch"), &reason));
+        QVERIFY(fileio::makeFreshFile(at("scratch"), {}, &reason));
         QCOMPARE(sandbox::readFile(at("victim")), QByteArray("keep me"));
         const QFileInfo scratch(at("scratch"));
         QVERIFY(!scratch.isSymLink());
@@ -187,7 +213,7 @@ private slots:
     {
         QVERIFY(QDir().mkpath(at("dir")));
         QString reason;
-        QVERIFY(!fileio::createFreshFile(at("dir"), &reason));
+        QVERIFY(!fileio::makeFreshFile(at("dir"), {}, &reason));
         QVERIFY(!reason.isEmpty());
         QVERIFY(QFileInfo(at("dir")).isDir());
     }
@@ -197,7 +223,7 @@ private slots:
         QVERIFY(sandbox::writeFile(at("victim"), "keep me"));
         QVERIFY(QFile::link(at("victim"), at("out")));
         QString reason;
-        QVERIFY(fileio::writeFreshFile(at("out"), "new content\n", &reason));
+        QVERIFY(fileio::makeFreshFile(at("out"), {"new content\n"}, &reason));
         QCOMPARE(sandbox::readFile(at("victim")), QByteArray("keep me"));
         QVERIFY(!QFileInfo(at("out")).isSymLink());
         QCOMPARE(sandbox::readFile(at("out")), QByteArray("new content\n"));
@@ -215,7 +241,7 @@ private slots:
             QSKIP("mounting a small tmpfs is not allowed here");
         const QByteArray data(256 * 1024, 'x');
         QString reason;
-        const bool written = fileio::writeFreshFile(small + QStringLiteral("/out"), data, &reason);
+        const bool written = fileio::makeFreshFile(small + QStringLiteral("/out"), {data}, &reason);
         const bool leftBehind = QFileInfo::exists(small + QStringLiteral("/out"));
         QVERIFY(::umount(QFile::encodeName(small).constData()) == 0);
         QVERIFY(!written);
@@ -229,7 +255,8 @@ private slots:
     {
         QVERIFY(sandbox::writeFile(at("ours"), "mine\n"));
         QVERIFY(QFile::setPermissions(at("ours"), QFileDevice::Permissions(0x6440)));
-        const fileio::ReadResult read = fileio::readTrustedFile(at("ours"), 1024);
+        const fileio::ReadResult read =
+            fileio::read(at("ours"), asked(1024, fileio::Trust::Ours, false));
         QVERIFY(read.ok());
         QCOMPARE(read.data, QByteArray("mine\n"));
         QCOMPARE(read.attributes.mode, 0640);
@@ -281,7 +308,7 @@ private slots:
             }
         }
         StderrCapture err;
-        const fileio::ReadResult read = fileio::readTrustedFileReporting(path, 1024);
+        const fileio::ReadResult read = fileio::read(path, asked(1024, fileio::Trust::Ours, true));
         QCOMPARE(read.status, fileio::ReadResult::Refused);
         QCOMPARE(read.reason, reason);
         QVERIFY(read.data.isEmpty());
@@ -289,7 +316,7 @@ private slots:
                  QStringList{QStringLiteral("printerconfig: ignoring %1: %2").arg(path, reason)});
         // The same file read without the trust test, where it is a regular file.
         if (kind != QLatin1String("fifo"))
-            QVERIFY(fileio::readRegularFile(path, 1024).ok());
+            QVERIFY(fileio::read(path, asked(1024, fileio::Trust::Any, false)).ok());
     }
 
     void fileRootsGroupMayWriteIsTrusted()
@@ -299,7 +326,7 @@ private slots:
         QCOMPARE(::chmod(name.constData(), 0664), 0);
         if (::chown(name.constData(), uid_t(-1), 0) != 0)
             QSKIP("this sandbox cannot give a file to root's group (entered without root)");
-        QVERIFY(fileio::readTrustedFile(at("shared"), 1024).ok());
+        QVERIFY(fileio::read(at("shared"), asked(1024, fileio::Trust::Ours, false)).ok());
     }
 
     void trustedStreamRefusesAFileOfSomeoneElse()
@@ -308,12 +335,12 @@ private slots:
         QCOMPARE(::chmod(QFile::encodeName(at("open")).constData(), 0646), 0);
         QFile file;
         StderrCapture err;
-        QCOMPARE(fileio::openTrustedFileReporting(at("open"), 1024, &file).status,
+        QCOMPARE(fileio::read(at("open"), asked(1024, fileio::Trust::Ours, true, &file)).status,
                  fileio::ReadResult::Refused);
         QVERIFY(!file.isOpen());
         QCOMPARE(err.diagnostics().size(), 1);
         QCOMPARE(::chmod(QFile::encodeName(at("open")).constData(), 0644), 0);
-        QVERIFY(fileio::openTrustedFileReporting(at("open"), 1024, &file).ok());
+        QVERIFY(fileio::read(at("open"), asked(1024, fileio::Trust::Ours, true, &file)).ok());
         QCOMPARE(file.readAll(), QByteArray("x"));
     }
 
@@ -416,7 +443,11 @@ private slots:
         attributes.groupId = 7;
         QString reason;
         QString warning;
-        QVERIFY(fileio::writeFreshFile(at("conf"), "data\n", &reason, attributes, &warning));
+        fileio::FreshFile conf;
+        conf.data = "data\n";
+        conf.exact = &attributes;
+        conf.warning = &warning;
+        QVERIFY(fileio::makeFreshFile(at("conf"), conf, &reason));
         QCOMPARE(sandbox::readFile(at("victim")), QByteArray("keep me"));
         QVERIFY(!QFileInfo(at("conf")).isSymLink());
         QCOMPARE(sandbox::readFile(at("conf")), QByteArray("data\n"));
@@ -428,10 +459,38 @@ private slots:
             QCOMPARE(st.st_gid, gid_t(7));
         } else {
             // Without the right to give files away the file stays ours, and we are told.
-            QVERIFY(warning.startsWith(QStringLiteral("cannot give ")));
+            QCOMPARE(warning, QString::fromLocal8Bit(std::strerror(EPERM)));
         }
+    }
+
+    void everythingUnderTmpMustBeOurs()
+    {
+        QVERIFY(fileio::mustBeOurs(QStringLiteral("/tmp/.lpinfo.log")));
+        QVERIFY(fileio::mustBeOurs(QStringLiteral("/tmp/config/files/printdrivers.db")));
+        QVERIFY(!fileio::mustBeOurs(QStringLiteral("/tmpfiles/x")));
+        QVERIFY(!fileio::mustBeOurs(QStringLiteral("/etc/cups/printers.conf")));
+        QVERIFY(!fileio::mustBeOurs(QStringLiteral("/usr/share/ppd/a.ppd")));
+    }
+
+    void byDefaultALinkUnderTmpIsRefusedAndElsewhereFollowed()
+    {
+        QVERIFY(sandbox::writeFile(at("target"), "text"));
+        QVERIFY(QFile::link(at("target"), at("link")));
+        fileio::ReadRequest request;
+        request.report = false;
+        const fileio::ReadResult underTmp = fileio::read(at("link"), request);
+        QCOMPARE(underTmp.status, fileio::ReadResult::Refused);
+        QCOMPARE(underTmp.reason, QStringLiteral("a symbolic link"));
+
+        const QString elsewhere = QStringLiteral("/etc/cups/fileio-link");
+        sandbox::removePath(elsewhere);
+        QVERIFY(QFile::link(at("target"), elsewhere));
+        const fileio::ReadResult outside = fileio::read(elsewhere, request);
+        sandbox::removePath(elsewhere);
+        QCOMPARE(outside.status, fileio::ReadResult::Ok);
+        QCOMPARE(outside.data, QByteArray("text"));
     }
 };
 
-QTEST_GUILESS_MAIN(TestRegularFile)
-#include "tst_regularfile.moc"
+QTEST_GUILESS_MAIN(TestFileIo)
+#include "tst_fileio.moc"

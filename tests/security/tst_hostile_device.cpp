@@ -7,7 +7,7 @@
 // hands on the first "direct usb" address as it is, and every place that uses an address
 // asks first whether it is safe there (isSafeDeviceUri for the command,
 // fitsOnPrintersConfLine for the file).
-class TestUntrustedDevice : public QObject
+class TestHostileDevice : public QObject
 {
     Q_OBJECT
 
@@ -158,5 +158,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestUntrustedDevice)
-#include "tst_untrusteddevice.moc"
+QTEST_GUILESS_MAIN(TestHostileDevice)
+#include "tst_hostile_device.moc"

@@ -106,7 +106,7 @@ enum class StagingFault { LinkIntoCupsFolder, OtherUsersFolderInStickyConfig };
 Q_DECLARE_METATYPE(RegistryFault)
 Q_DECLARE_METATYPE(StagingFault)
 
-class TestPlantedFiles : public QObject
+class TestHostileTmp : public QObject
 {
     Q_OBJECT
 
@@ -564,5 +564,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestPlantedFiles)
-#include "tst_plantedfiles.moc"
+QTEST_GUILESS_MAIN(TestHostileTmp)
+#include "tst_hostile_tmp.moc"

@@ -3,7 +3,7 @@
 // read must give up at once with the behaviour of a file that cannot be read (the lpinfo
 // cache is instead made afresh), and no command may write through a planted link.
 #include "common/windowchrome.h"
-#include "drivers/loaderdlg.h"
+#include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/paths.h"
 #include "printer/printer.h"
@@ -13,6 +13,7 @@
 #include "support/shellrecorder.h"
 #include "support/stderrcapture.h"
 #include "support/watchdog.h"
+#include "ui/loaderdlg.h"
 #include "ui/printerdlg.h"
 #include "ui/wizarddlg.h"
 
@@ -438,4 +439,4 @@ private slots:
 };
 
 QTEST_MAIN(TestHostileFiles)
-#include "tst_hostilefiles.moc"
+#include "tst_hostile_files.moc"

@@ -1,11 +1,11 @@
 // Reading paper sizes from "*PageSize" lines, without a window.
-#include "ui/wizarddlg.h"
+#include "drivers/pagesize.h"
 
 #include <QFile>
 #include <QTextStream>
 #include <QtTest>
 
-class TestWizardPaperSizes : public QObject
+class TestPageSize : public QObject
 {
     Q_OBJECT
 
@@ -17,9 +17,10 @@ private slots:
     void emptyStreamGivesNoSizes();
     void fixturePpdsGiveTheirListedSizes_data();
     void fixturePpdsGiveTheirListedSizes();
+    void missingFileGivesNoSizes();
 };
 
-void TestWizardPaperSizes::keywordBeforeSlashIsThePaperSize_data()
+void TestPageSize::keywordBeforeSlashIsThePaperSize_data()
 {
     QTest::addColumn<QString>("line");
     QTest::addColumn<QString>("size");
@@ -46,14 +47,14 @@ void TestWizardPaperSizes::keywordBeforeSlashIsThePaperSize_data()
                                          << "Letter";
 }
 
-void TestWizardPaperSizes::keywordBeforeSlashIsThePaperSize()
+void TestPageSize::keywordBeforeSlashIsThePaperSize()
 {
     QFETCH(QString, line);
     QFETCH(QString, size);
     QCOMPARE(paperSizeFromPageSizeLine(line), size);
 }
 
-void TestWizardPaperSizes::onlyLinesStartingWithPageSizeCount()
+void TestPageSize::onlyLinesStartingWithPageSizeCount()
 {
     QString ppd = QStringLiteral("*PPD-Adobe: \"4.3\"\n"
                                  "*OpenUI *PageSize/Media Size: PickOne\n"
@@ -71,7 +72,7 @@ void TestWizardPaperSizes::onlyLinesStartingWithPageSizeCount()
     QCOMPARE(paperSizesFromPpd(in), QStringList({"Letter", "Big/Big:", "A4"}));
 }
 
-void TestWizardPaperSizes::duplicatesAreKeptInFileOrder()
+void TestPageSize::duplicatesAreKeptInFileOrder()
 {
     QString ppd = QStringLiteral("*PageSize B5/B5: \"a\"\r\n"
                                  "*PageSize A4/A4: \"b\"\r\n"
@@ -80,14 +81,14 @@ void TestWizardPaperSizes::duplicatesAreKeptInFileOrder()
     QCOMPARE(paperSizesFromPpd(in), QStringList({"B5", "A4", "B5"}));
 }
 
-void TestWizardPaperSizes::emptyStreamGivesNoSizes()
+void TestPageSize::emptyStreamGivesNoSizes()
 {
     QString ppd;
     QTextStream in(&ppd, QIODevice::ReadOnly);
     QVERIFY(paperSizesFromPpd(in).isEmpty());
 }
 
-void TestWizardPaperSizes::fixturePpdsGiveTheirListedSizes_data()
+void TestPageSize::fixturePpdsGiveTheirListedSizes_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QStringList>("sizes");
@@ -104,7 +105,7 @@ void TestWizardPaperSizes::fixturePpdsGiveTheirListedSizes_data()
                             << QStringList({"X72MMY200MM", "X80MMY3276MM"});
 }
 
-void TestWizardPaperSizes::fixturePpdsGiveTheirListedSizes()
+void TestPageSize::fixturePpdsGiveTheirListedSizes()
 {
     QFETCH(QString, file);
     QFETCH(QStringList, sizes);
@@ -115,7 +116,18 @@ void TestWizardPaperSizes::fixturePpdsGiveTheirListedSizes()
     QVERIFY2(ppd.open(QIODevice::ReadOnly | QIODevice::Text), qPrintable(ppd.fileName()));
     QTextStream in(&ppd);
     QCOMPARE(paperSizesFromPpd(in), sizes);
+    // Read by path, the file gives the same.
+    QStringList read{QStringLiteral("stale")};
+    QVERIFY(paperSizesFromPpdFile(ppd.fileName(), &read));
+    QCOMPARE(read, sizes);
 }
 
-QTEST_GUILESS_MAIN(TestWizardPaperSizes)
-#include "tst_wizardpapersizes.moc"
+void TestPageSize::missingFileGivesNoSizes()
+{
+    QStringList read{QStringLiteral("stale")};
+    QVERIFY(!paperSizesFromPpdFile(QStringLiteral("/nonexistent/printer.ppd"), &read));
+    QVERIFY(read.isEmpty());
+}
+
+QTEST_GUILESS_MAIN(TestPageSize)
+#include "tst_pagesize.moc"

@@ -98,7 +98,7 @@ QByteArray randomConf(QRandomGenerator &random)
 
 } // namespace
 
-class TestConfigureSafety : public QObject
+class TestHostileConfigure : public QObject
 {
     Q_OBJECT
 
@@ -508,5 +508,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestConfigureSafety)
-#include "tst_configuresafety.moc"
+QTEST_GUILESS_MAIN(TestHostileConfigure)
+#include "tst_hostile_configure.moc"

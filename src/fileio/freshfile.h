@@ -1,0 +1,37 @@
+#pragma once
+
+#include "fileio/read.h"
+
+#include <QByteArray>
+#include <QString>
+
+// Files the tool makes for itself or for a shell command to write into, in folders where
+// others can make files too.
+namespace fileio {
+
+struct FreshFile
+{
+    QByteArray data; // what the new file holds; empty for a file a command will fill
+    int mode = 0644; // its permissions, before the umask
+    // When set, the file gets exactly these mode, owner and group instead (the umask does
+    // not apply), set before any data is written: a file that replaces another keeps who
+    // may read it. Should the owner or group not be settable (an unprivileged run), the
+    // file stays ours, with the mode, and *warning receives the reason; that alone is no
+    // failure.
+    const FileAttributes *exact = nullptr;
+    QString *warning = nullptr;
+};
+
+// Makes path a new file of ours holding file.data: whatever stands there (a file, or a
+// link planted to redirect the write) is removed first (a link itself, never what it
+// points to) and the file is created with O_CREAT|O_EXCL|O_NOFOLLOW. Every write, the
+// flush to the disk (fsync) and the close are checked; on any failure the partial file
+// is removed and false returned with the reason in *reason (a folder standing there, a
+// full disk). Either a complete file stands at path afterwards or none of ours does.
+bool makeFreshFile(const QString &path, const FreshFile &file, QString *reason);
+
+// Writes all of data to fd, going on after interrupted and partial writes. Returns 0, or
+// the errno of the failure (ENOSPC for a write that wrote nothing without an error).
+int writeAll(int fd, const QByteArray &data);
+
+} // namespace fileio
