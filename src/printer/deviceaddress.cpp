@@ -1,5 +1,7 @@
 #include "printer/deviceaddress.h"
 
+#include "printer/device.h"
+
 #include <QRegularExpression>
 #include <QUrl>
 
@@ -15,7 +17,7 @@ DeviceAddress::Kind DeviceAddress::kindOfConnectionType(const QString &connectio
 DeviceAddress DeviceAddress::fromStored(const QString &uri)
 {
     DeviceAddress address;
-    if (uri.isEmpty() || uri.startsWith(QLatin1String("usb"))) {
+    if (uri.isEmpty() || isUsbDeviceUri(uri)) {
         address.kind = Usb;
     } else if (uri.startsWith(QLatin1String("lpd"))) {
         // Fixed arithmetic: the host starts after "lpd://", whatever the text says.
