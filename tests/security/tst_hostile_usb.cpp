@@ -176,6 +176,26 @@ private slots:
                  qPrintable(entry.describe()));
     }
 
+    // A device cannot choose where the queues print: an address of another backend (a
+    // file, a network printer of the attacker's) is not a USB printer and is not listed.
+    void anAddressOfAnotherBackendIsNotFollowed_data()
+    {
+        QTest::addColumn<QByteArray>("uri");
+        QTest::newRow("file") << QByteArray("file:///etc/shadow");
+        QTest::newRow("network printer") << QByteArray("socket://attacker.example:9100");
+        QTest::newRow("usb look-alike") << QByteArray("usbx://X/Y");
+    }
+    void anAddressOfAnotherBackendIsNotFollowed()
+    {
+        QFETCH(QByteArray, uri);
+        QVERIFY(attach(uri));
+        QVERIFY(scheduler("device for Label: usb://Acme/Label?serial=42\n"));
+        const sandbox::ProcessRun run = helper(QStringLiteral("--follow"));
+        QVERIFY2(run.status == 0, qPrintable(run.output));
+        QCOMPARE(lpadminCalls(), QList<QStringList>());
+        QCOMPARE(sandbox::readFile(cache), QByteArray());
+    }
+
     // A device whose address would break printers.conf's line structure is not listed.
     void anAddressWithControlCharactersIsNotListed()
     {
