@@ -1,10 +1,10 @@
 #include "printer/printer.h"
 
 #include "printer/device.h"
-#include "printer/paths.h"
 #include "printer/shell.h"
 #include "printer/staging.h"
 
+#include "common/paths.h"
 #include "common/report.h"
 
 #include <unistd.h>

@@ -2,7 +2,7 @@
 // links, pipes and folders in /tmp before it does. Each case plants as user nobody, then
 // runs the tool's own code with the sandbox's fake CUPS tools, and checks that nothing
 // planted is believed, followed or written through.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/attacker.h"
 #include "support/printermap.h"
