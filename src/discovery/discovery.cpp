@@ -1,7 +1,6 @@
 #include "discovery/discovery.h"
 
-#include "printer/paths.h"
-
+#include "common/paths.h"
 #include "common/report.h"
 #include "discovery/backendrun.h"
 
