@@ -2,7 +2,7 @@
 
 #include "discovery/backendrun.h"
 #include "discovery/discovery.h"
-#include "printer/paths.h"
+#include "common/paths.h"
 
 #include <QFile>
 #include <QProcess>

@@ -1,7 +1,7 @@
 // The USB queues and the device list cache following the USB printer attached now: what
 // "lpstat -v" says is read, which queues get "lpadmin -p NAME -v URI", and how the cache
 // is written.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/shell.h"
 #include "printer/usbqueues.h"
 #include "support/sandbox.h"

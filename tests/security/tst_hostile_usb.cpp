@@ -2,7 +2,7 @@
 // printer (printerconfig-usb, run as root at boot and when a printer is plugged in): the
 // device chooses the text of its address, and any user can plant things in /tmp where
 // the device list cache is written. Each case runs the built helper as the units do.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "support/attacker.h"
 #include "support/sandbox.h"
 
