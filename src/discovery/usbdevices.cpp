@@ -1,8 +1,8 @@
 #include "discovery/usbdevices.h"
 
+#include "common/paths.h"
 #include "discovery/backendrun.h"
 #include "discovery/discovery.h"
-#include "common/paths.h"
 
 #include <QFile>
 #include <QProcess>

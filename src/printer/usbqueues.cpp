@@ -1,7 +1,7 @@
 #include "printer/usbqueues.h"
 
-#include "printer/device.h"
 #include "common/paths.h"
+#include "printer/device.h"
 #include "printer/shell.h"
 
 #include "common/report.h"

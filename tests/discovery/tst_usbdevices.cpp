@@ -1,7 +1,7 @@
 // The USB printers attached now, read from the usb backend as the boot and hot-plug units
 // read them: which lines count, and a backend that is missing, foreign, slow or endless.
-#include "discovery/usbdevices.h"
 #include "common/paths.h"
+#include "discovery/usbdevices.h"
 #include "support/sandbox.h"
 #include "support/stderrcapture.h"
 
