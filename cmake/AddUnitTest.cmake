@@ -41,7 +41,7 @@ function(add_unit_test)
     set_tests_properties(${T_NAME} PROPERTIES
         LABELS "${T_LABELS}"
         TIMEOUT ${T_TIMEOUT}
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_HASH_SEED=0;LANG=C.UTF-8;LC_ALL=C.UTF-8;SANDBOX_FIXTURES=${PROJECT_SOURCE_DIR}/tests/data;PRINTERCONFIG_BIN=$<TARGET_FILE:printerconfig>;ASAN_OPTIONS=detect_leaks=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/lsan.supp;TSAN_OPTIONS=halt_on_error=1 second_deadlock_stack=1 suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/tsan.supp;UBSAN_OPTIONS=print_stacktrace=1 halt_on_error=1")
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_HASH_SEED=0;LANG=C.UTF-8;LC_ALL=C.UTF-8;SANDBOX_FIXTURES=${PROJECT_SOURCE_DIR}/tests/data;PRINTERCONFIG_BIN=$<TARGET_FILE:printerconfig>;PRINTERCONFIG_USB_BIN=$<TARGET_FILE:printerconfig-usb>;ASAN_OPTIONS=detect_leaks=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/lsan.supp;TSAN_OPTIONS=halt_on_error=1 second_deadlock_stack=1 suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/tsan.supp;UBSAN_OPTIONS=print_stacktrace=1 halt_on_error=1")
 endfunction()
 
 # add_script_test(NAME <name> COMMAND <command...> [LABELS <labels...>])

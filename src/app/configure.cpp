@@ -1,11 +1,11 @@
 #include "app/configure.h"
 
 #include "printer/device.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
 #include "printer/shell.h"
 #include "printer/staging.h"
 
+#include "common/paths.h"
 #include "common/report.h"
 #include "fileio/freshfile.h"
 

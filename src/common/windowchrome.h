@@ -1,6 +1,6 @@
 #pragma once
 
-#include "printer/paths.h"
+#include "common/paths.h"
 
 #include <QByteArray>
 #include <QPoint>

@@ -1,10 +1,9 @@
 #include "discovery/discovery.h"
 
-#include "printer/paths.h"
-
+#include "common/paths.h"
 #include "common/report.h"
+#include "discovery/backendrun.h"
 
-#include <QDeadlineTimer>
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
@@ -12,91 +11,15 @@
 #include <QProcess>
 #include <QStringList>
 
-#include <cstring>
-
 namespace {
 // A backend gets this long to finish; there is deliberately no way to change it.
 const int backendTimeoutMs = 30000;
-// How long a backend killed at an output cap is given to go.
-const int killWaitMs = 5000;
 
 // The characters \w stands for in the pattern (QRegExp's Unicode sense).
 bool isWordChar(QChar c)
 {
     return c.isLetterOrNumber() || c.isMark() || c == QLatin1Char('_');
 }
-
-// A backend's standard output as it arrives, kept only within the caps.
-class BackendOutput
-{
-public:
-    void clear()
-    {
-        m_bytes.clear();
-        m_lineLength = 0;
-        m_overCap = false;
-    }
-
-    // Keeps chunk; false, keeping nothing more, once a line or the whole output has
-    // grown past its cap.
-    bool append(const QByteArray &chunk)
-    {
-        if (m_overCap || m_bytes.size() + qint64(chunk.size()) > backendOutputCap) {
-            m_overCap = true;
-            return false;
-        }
-        const char *next = chunk.constData();
-        const char *const end = next + chunk.size();
-        while (next < end) {
-            const void *found = std::memchr(next, '\n', size_t(end - next));
-            const char *lineEnd = found ? static_cast<const char *>(found) : end;
-            if (m_lineLength + (lineEnd - next) > backendLineCap) {
-                m_overCap = true;
-                return false;
-            }
-            m_lineLength = found ? 0 : m_lineLength + (lineEnd - next);
-            next = found ? lineEnd + 1 : end;
-        }
-        m_bytes += chunk;
-        return true;
-    }
-
-    bool overCap() const { return m_overCap; }
-    const QByteArray &bytes() const { return m_bytes; }
-
-private:
-    QByteArray m_bytes;
-    qint64 m_lineLength = 0;
-    bool m_overCap = false;
-};
-
-// Waits up to backendTimeoutMs for the running backend to end, taking its standard
-// output as it comes so that nothing piles up unread. A backend that prints past a cap
-// is killed at once. Returns true when the backend ended by itself within the time.
-bool waitForBackend(QProcess &process, BackendOutput *output)
-{
-    const auto take = [&] {
-        if (output->append(process.readAllStandardOutput()))
-            return true;
-        diagnostic::report(QStringLiteral("backend %1 cut off").arg(process.program()),
-                           QStringLiteral("more output than allowed"));
-        process.kill();
-        process.waitForFinished(killWaitMs);
-        return false;
-    };
-    const QDeadlineTimer deadline(backendTimeoutMs);
-    if (!process.waitForStarted(int(deadline.remainingTime())))
-        return false; // it could not be started
-    while (process.state() == QProcess::Running && !deadline.hasExpired()) {
-        process.waitForReadyRead(int(deadline.remainingTime()));
-        if (!take())
-            return false;
-    }
-    if (process.state() != QProcess::NotRunning)
-        return false; // out of time; it is left running, see doTask()
-    return take();
-}
-
 } // namespace
 
 QRegExp deviceLinePattern()
@@ -211,7 +134,7 @@ void Discovery::doTask()
     QProcess process;
     // Nobody reads a backend's messages; they must not pile up in memory either.
     process.setStandardErrorFile(QProcess::nullDevice());
-    BackendOutput output;
+    backendrun::Output output;
     const QFileInfoList entries = QDir(paths::backendFolder()).entryInfoList();
 
     results.clear();
@@ -223,7 +146,7 @@ void Discovery::doTask()
             output.clear();
             process.start(entry.absoluteFilePath(), QStringList(), QIODevice::ReadWrite);
         }
-        if (!waitForBackend(process, &output))
+        if (!backendrun::waitFor(process, &output, backendTimeoutMs))
             continue;
         results += parseBackendOutput(output.bytes());
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "discovery/backendrun.h"
 #include "printer/printer.h"
 
 #include <QByteArray>
@@ -36,10 +37,9 @@ bool findDeviceLine(const QString &line, DeviceLineMatch *match);
 // gives a record with only its class, device URI and model filled in.
 QList<Printer> parseBackendOutput(const QByteArray &output);
 
-// What a backend may print before it is cut off: its process is killed and it
-// contributes nothing, as one that does not finish in time.
-constexpr int backendLineCap = 64 * 1024;         // bytes in one line
-constexpr int backendOutputCap = 4 * 1024 * 1024; // bytes in all
+// What a backend may print before it is cut off (see backendrun.h).
+constexpr int backendLineCap = backendrun::lineCap;
+constexpr int backendOutputCap = backendrun::outputCap;
 
 // Lists the printers the device can reach by running every CUPS backend once without
 // arguments, as CUPS does itself, on a thread of its own so that slow network probes

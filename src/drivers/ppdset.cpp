@@ -1,7 +1,6 @@
 #include "drivers/ppdset.h"
 
-#include "printer/paths.h"
-
+#include "common/paths.h"
 #include "fileio/read.h"
 
 #include <QDebug>

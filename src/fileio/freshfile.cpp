@@ -5,6 +5,8 @@
 #include <QFile>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,6 +50,37 @@ bool makeFreshFile(const QString &path, const FreshFile &file, QString *reason)
         return true;
     *reason = errnoText(error);
     ::unlink(name.constData()); // our own file: nothing half-written stays behind
+    return false;
+}
+
+bool placeFile(const QString &path, const QByteArray &data, int mode, bool replace, QString *reason)
+{
+    QByteArray temporary = QFile::encodeName(path) + ".XXXXXX";
+    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) {
+        *reason = errnoText(errno);
+        return false;
+    }
+    int error = 0;
+    if (::fchmod(fd, mode_t(mode & 07777)) != 0)
+        error = errno;
+    if (!error)
+        error = writeAll(fd, data);
+    if (!error && ::fsync(fd) != 0)
+        error = errno;
+    if (::close(fd) != 0 && !error)
+        error = errno;
+    if (!error) {
+        const QByteArray target = QFile::encodeName(path);
+        const int renamed = replace ? ::rename(temporary.constData(), target.constData())
+                                    : ::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD,
+                                                  target.constData(), RENAME_NOREPLACE);
+        if (renamed == 0)
+            return true;
+        error = errno;
+    }
+    *reason = errnoText(error);
+    ::unlink(temporary.constData());
     return false;
 }
 

@@ -30,6 +30,16 @@ struct FreshFile
 // full disk). Either a complete file stands at path afterwards or none of ours does.
 bool makeFreshFile(const QString &path, const FreshFile &file, QString *reason);
 
+// Puts a complete new file of ours holding data at path in one step: the data goes into a
+// new file of ours beside it (a name of its own, O_CREAT|O_EXCL, with mode), written and
+// flushed, which is then renamed to path. With replace it takes the place of whatever
+// entry stands at path (rename never follows a link standing there, and in a sticky
+// folder such as /tmp the kernel lets only the entry's owner or a process allowed to
+// override that replace it); without replace only when nothing stands there. Returns
+// false with the reason otherwise; nothing of ours stays behind then.
+bool placeFile(const QString &path, const QByteArray &data, int mode, bool replace,
+               QString *reason);
+
 // Writes all of data to fd, going on after interrupted and partial writes. Returns 0, or
 // the errno of the failure (ENOSPC for a write that wrote nothing without an error).
 int writeAll(int fd, const QByteArray &data);

@@ -1,8 +1,8 @@
 #include "fileio/read.h"
 
+#include "common/paths.h"
 #include "common/report.h"
 #include "fileio/ownership.h"
-#include "printer/paths.h"
 
 #include <QFile>
 

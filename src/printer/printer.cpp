@@ -1,6 +1,6 @@
 #include "printer/printer.h"
 
-#include "printer/paths.h"
+#include "common/paths.h"
 
 #include <zeq/persistentproperties.h>
 

@@ -1,7 +1,6 @@
 #include "printer/printer.h"
 
-#include "printer/paths.h"
-
+#include "common/paths.h"
 #include "common/report.h"
 #include "fileio/folders.h"
 

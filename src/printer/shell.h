@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -18,5 +20,21 @@ int run(const QString &command);
 // platform library. Returns the runner that was installed before.
 using Runner = std::function<int(const QString &command)>;
 Runner setRunner(Runner runner);
+
+// Runs a program with its arguments directly, without a shell: for commands that carry text
+// a device or a backend reported, no word of which may ever be read as shell syntax.
+// argv[0] is found on PATH. Its input is empty, it runs in the C locale (so that what it
+// prints is not translated), and its standard output goes to *output when given (at most
+// programOutputCap bytes are kept), otherwise where ours goes. A program that has not
+// ended within programTimeoutMs is killed. Returns its exit status, or -1 when it could
+// not be started, was killed or did not end in time.
+constexpr int programOutputCap = 1024 * 1024;
+constexpr int programTimeoutMs = 30000;
+int runProgram(const QStringList &argv, QByteArray *output = nullptr);
+
+// While a program runner is installed, runProgram() hands every call to it instead.
+// Returns the runner that was installed before.
+using ProgramRunner = std::function<int(const QStringList &argv, QByteArray *output)>;
+ProgramRunner setProgramRunner(ProgramRunner runner);
 
 } // namespace shell

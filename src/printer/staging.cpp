@@ -1,9 +1,9 @@
 #include "printer/staging.h"
 
-#include "printer/paths.h"
 #include "printer/printer.h"
 #include "printer/shell.h"
 
+#include "common/paths.h"
 #include "common/report.h"
 #include "fileio/folders.h"
 #include "fileio/freshfile.h"

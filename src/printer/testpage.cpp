@@ -1,8 +1,8 @@
 #include "printer/printer.h"
 
-#include "printer/paths.h"
 #include "printer/shell.h"
 
+#include "common/paths.h"
 #include "common/report.h"
 #include "fileio/folders.h"
 #include "fileio/freshfile.h"

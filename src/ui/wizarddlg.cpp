@@ -1,11 +1,11 @@
 #include "ui/wizarddlg.h"
 
+#include "common/paths.h"
 #include "common/windowchrome.h"
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/device.h"
 #include "printer/deviceaddress.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
 
 #include <QCloseEvent>

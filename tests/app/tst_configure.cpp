@@ -1,5 +1,5 @@
 #include "app/configure.h"
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"

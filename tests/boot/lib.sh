@@ -144,6 +144,8 @@ boot() {
         [ -S "/proc/$ct/root/run/systemd/private" ] && break
         sleep 0.1
     done
+    # "nowait": the caller watches the boot itself (a boot that is meant not to finish).
+    [ "${2:-}" = nowait ] && { state=; return; }
     state=$(timeout 180 nsenter -t "$ct" -a systemctl is-system-running --wait 2>&1) || true
 }
 

@@ -1,8 +1,8 @@
 // Reading driver database files into the catalogue. Writes under /usr/share/ppd and
 // /tmp, so it runs in the sandbox.
 
+#include "common/paths.h"
 #include "drivers/ppdset.h"
-#include "printer/paths.h"
 
 #include "support/catalogue.h"
 #include "support/sandbox.h"

@@ -1,5 +1,5 @@
+#include "common/paths.h"
 #include "printer/device.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"

@@ -1,9 +1,10 @@
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "printer/staging.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"
 #include "support/shellrecorder.h"
+#include "support/stderrcapture.h"
 
 #include <QtTest>
 
@@ -150,6 +151,39 @@ private slots:
         QCOMPARE(failing.commands(),
                  QStringList({officeLpadmin, QStringLiteral("cupsaccept Office"),
                               QStringLiteral("lpadmin -d Office")}));
+    }
+
+    // A USB address came from a device; one holding a quote never reaches a command, but
+    // accepting jobs and making the queue the default carry nothing of it and still run.
+    void installOfAUsbAddressWithAQuoteSkipsOnlyTheLineCarryingIt()
+    {
+        Printer::setDefaultPrinterName(QStringLiteral("Office"));
+        Printer p = office();
+        p.device_uri = QStringLiteral("usb://Evil'Maker/X");
+        StderrCapture err;
+        ShellRecorder shell;
+        p.Install();
+        QCOMPARE(shell.commands(), QStringList({QStringLiteral("cupsaccept Office"),
+                                                QStringLiteral("lpadmin -d Office")}));
+        for (const QString &command : shell.commands())
+            QVERIFY2(!command.contains(QStringLiteral("Evil")), qPrintable(command));
+        QCOMPARE(err.diagnostics(),
+                 QStringList{QStringLiteral("printerconfig: not creating the queue Office: its "
+                                            "device address holds a quote or a control "
+                                            "character")});
+    }
+
+    // With no queue asked for, there is nothing for the scheduler to settle after.
+    void installWithARefusedAddressDoesNotWaitBeforeCupsaccept()
+    {
+        Printer p = office();
+        p.device_uri = QStringLiteral("usb://Evil'Maker/X");
+        StderrCapture err;
+        ShellRecorder shell;
+        p.Install();
+        QCOMPARE(shell.commands(), QStringList{QStringLiteral("cupsaccept Office")});
+        QVERIFY2(shell.sinceStart() < 0.4,
+                 qPrintable(QStringLiteral("Install took %1 s").arg(shell.sinceStart())));
     }
 
     void setCupsDefaultRunsLpadminDOnlyForTheDefaultPrinter()

@@ -1,6 +1,6 @@
 // Queue administration and test pages against CUPS's own scheduler, started privately by
 // "run-in-sandbox --real-cups", with a loopback printer that keeps every job it receives.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"

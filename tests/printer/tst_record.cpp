@@ -1,4 +1,4 @@
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"

@@ -2,10 +2,10 @@
 // behind links, oversized files, planted links and folders, files of someone else's. Each
 // read must give up at once with the behaviour of a file that cannot be read (the lpinfo
 // cache is instead made afresh), and no command may write through a planted link.
+#include "common/paths.h"
 #include "common/windowchrome.h"
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/attacker.h"
 #include "support/printermap.h"

@@ -2,7 +2,7 @@
 // links, pipes and folders in /tmp before it does. Each case plants as user nobody, then
 // runs the tool's own code with the sandbox's fake CUPS tools, and checks that nothing
 // planted is believed, followed or written through.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/attacker.h"
 #include "support/printermap.h"
@@ -508,8 +508,9 @@ private slots:
 
     // Installing.
 
-    // A USB address comes from a device's description of itself.
-    void usbAddressThatCouldLeaveItsQuotesInstallsNothing_data()
+    // A USB address comes from a device's description of itself. The line that would carry
+    // it is not run; accepting jobs and setting the default carry nothing of it and run.
+    void usbAddressThatCouldLeaveItsQuotesCreatesNoQueue_data()
     {
         QTest::addColumn<QString>("uri");
         QTest::newRow("quote") << QStringLiteral("usb://Evil'Maker/X");
@@ -523,7 +524,7 @@ private slots:
         QTest::newRow("control sequence introducer U+009B")
             << QStringLiteral("usb://A") + QChar(0x9b) + QStringLiteral("2J");
     }
-    void usbAddressThatCouldLeaveItsQuotesInstallsNothing()
+    void usbAddressThatCouldLeaveItsQuotesCreatesNoQueue()
     {
         QFETCH(QString, uri);
         Printer office = postScriptPrinter(QStringLiteral("Office"));
@@ -532,11 +533,16 @@ private slots:
         StderrCapture err;
         ShellRecorder shell(ShellRecorder::RecordAndRun);
         office.Install();
-        QVERIFY(shell.commands().isEmpty());
-        QVERIFY(sandbox::fakeCalls().isEmpty());
+        QCOMPARE(shell.commands(), QStringList({QStringLiteral("cupsaccept Office"),
+                                                QStringLiteral("lpadmin -d Office")}));
+        QCOMPARE(sandbox::fakeCalls(),
+                 QList<QStringList>({{QStringLiteral("cupsaccept"), QStringLiteral("Office")},
+                                     {QStringLiteral("lpadmin"), QStringLiteral("-d"),
+                                      QStringLiteral("Office")}}));
         QCOMPARE(err.diagnostics(),
-                 QStringList{QStringLiteral("printerconfig: not installing Office: its device "
-                                            "address holds a quote or a control character")});
+                 QStringList{QStringLiteral("printerconfig: not creating the queue Office: its "
+                                            "device address holds a quote or a control "
+                                            "character")});
     }
 
     // What the administrator typed for a network printer goes into the command as typed.

@@ -5,7 +5,7 @@
 // scheduler, the printer and the files, and that root's files stay as they were. The
 // test functions run in declaration order; later ones find the queues earlier ones made.
 #include "app/configure.h"
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/attacker.h"
 #include "support/printermap.h"

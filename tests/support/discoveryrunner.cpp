@@ -1,6 +1,6 @@
 #include "support/discoveryrunner.h"
-#include "printer/paths.h"
 
+#include "common/paths.h"
 #include "support/handover.h"
 #include "support/sandbox.h"
 

@@ -3,7 +3,7 @@
 // Shared by the printer list window tests: seeding the registry and telling the list's
 // icons apart.
 
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/printermap.h"
 #include "support/sandbox.h"

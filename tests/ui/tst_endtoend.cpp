@@ -2,7 +2,7 @@
 // "run-in-sandbox --real-cups" and its loopback printer: added through the wizard's
 // widgets, printed to, edited, restored by the configure run, deleted. The test functions
 // run in declaration order and each continues from the state the previous one left.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "printer/printer.h"
 #include "support/modal.h"
 #include "support/sandbox.h"

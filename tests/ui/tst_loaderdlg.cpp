@@ -1,7 +1,7 @@
 // The progress dialog shown while the catalogue loads. Writes the device style sheet
 // under /tmp, so it runs in the sandbox.
 
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "ui/loaderdlg.h"
 
 #include "common/windowchrome.h"

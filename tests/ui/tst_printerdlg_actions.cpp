@@ -3,8 +3,8 @@
 
 #include "support/printerdlgfixture.h"
 
+#include "common/paths.h"
 #include "drivers/ppdset.h"
-#include "printer/paths.h"
 #include "printer/printer.h"
 #include "support/modal.h"
 #include "support/printermap.h"

@@ -2,7 +2,7 @@
 // opening on a new or stored record, the connection choice, the driver and paper sizes,
 // name checking, the summary and how the dialog ends. Runs in the sandbox, whose
 // /usr/share/ppd holds our fixture PPDs.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "ui/wizarddlg.h"
 
 #include "common/windowchrome.h"

@@ -2,7 +2,7 @@
 // address, and the manufacturer, model and driver lists filled from a driver catalogue.
 // The dialog opens on the preferences page, so each test makes its page current itself
 // and then drives Next and Back.
-#include "printer/paths.h"
+#include "common/paths.h"
 #include "ui/wizarddlg.h"
 
 #include "drivers/ppdset.h"
