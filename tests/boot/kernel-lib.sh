@@ -43,6 +43,7 @@ vm_start() {
     rm -f "$vm/control.in" "$vm/control.out"
     mkfifo "$vm/control.in" "$vm/control.out"
     : >"$vm/printer.bin"
+    : >"$vm/console.log"
     mkdir -p "$vm/jobs"
     qemu-system-x86_64 -name printerconfig-test -machine q35 -accel "$accel" -cpu "$cpu" -smp 1 -m 1024 \
         -nodefaults -display none -no-user-config -nic none \
