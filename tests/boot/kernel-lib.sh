@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by tests/boot/kernel-boot-test and bench/kernel-boot-cost: the image of
 # tests/boot/kernel-image booted under QEMU with Debian's kernel, and driven from outside
 # through the machine's control agent (kernel-fixture/fixture-agent). Source it with
