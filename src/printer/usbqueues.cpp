@@ -32,10 +32,29 @@ QList<QueueDevice> parseLpstatDevices(const QByteArray &lpstatOutput)
 
 bool writeDeviceListCache(const QStringList &lines, QString *reason)
 {
+    const QString cache = paths::lpinfoCache();
     QByteArray data;
-    for (const QString &line : lines)
-        data += line.toUtf8() + '\n';
-    return fileio::placeFile(paths::lpinfoCache(), data, 0600, true, reason);
+    int kept = 0;
+    for (const QString &line : lines) {
+        const QByteArray bytes = line.toUtf8() + '\n';
+        if (data.size() + bytes.size() > deviceListCap)
+            break;
+        data += bytes;
+        ++kept;
+    }
+    if (kept < lines.size())
+        diagnostic::report(
+            QStringLiteral("leaving %1 of %2 printers out of %3")
+                .arg(lines.size() - kept)
+                .arg(lines.size())
+                .arg(cache),
+            QStringLiteral("the device list holds %1 bytes at most").arg(deviceListCap));
+    QString movedAside;
+    const bool placed = fileio::placeFile(cache, data, 0600, reason, &movedAside);
+    if (!movedAside.isEmpty())
+        diagnostic::report(QStringLiteral("replacing ") + cache,
+                           QStringLiteral("a folder, moved aside to ") + movedAside);
+    return placed;
 }
 
 QStringList followAttachedPrinter(const QString &uri)

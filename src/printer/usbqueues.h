@@ -25,10 +25,12 @@ struct QueueDevice
 // "device for NAME: URI" each, in its order. Other lines are skipped.
 QList<QueueDevice> parseLpstatDevices(const QByteArray &lpstatOutput);
 
-// Writes the device list cache: lines, each ending in "\n", in a complete new file of
-// root's alone (mode 0600: the list names the devices found), put in the place of the
-// cache that stands there in one step. Whatever else stands at the cache's path in /tmp
-// is never followed or written through. False with the reason when it cannot be written.
+// Writes the device list cache: lines, each ending in "\n", as many of the first ones as
+// fit within deviceListCap (the rest are left out and said so), in a complete new file of
+// root's alone (mode 0600: the list names the devices found), put in the place of what
+// stands at the cache's path in one step. Whatever stands there in /tmp is never followed
+// or written through; a folder is moved aside whole (fileio::placeFile). False with the
+// reason when it cannot be written.
 bool writeDeviceListCache(const QStringList &lines, QString *reason);
 
 // Points every queue with a USB device address (one that isUsbDeviceUri accepts) that

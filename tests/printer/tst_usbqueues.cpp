@@ -2,9 +2,11 @@
 // "lpstat -v" says is read, which queues get "lpadmin -p NAME -v URI", and how the cache
 // is written.
 #include "common/paths.h"
+#include "printer/device.h"
 #include "printer/shell.h"
 #include "printer/usbqueues.h"
 #include "support/sandbox.h"
+#include "support/stderrcapture.h"
 
 #include <QDir>
 #include <QTest>
@@ -37,6 +39,20 @@ public:
 private:
     shell::ProgramRunner m_previous;
 };
+
+QStringList leftovers()
+{
+    return QDir(paths::scratchFolder())
+        .entryList({QStringLiteral(".lpinfo.log.*")},
+                   QDir::AllEntries | QDir::Hidden | QDir::System);
+}
+
+void removeCacheAndLeftovers()
+{
+    sandbox::removePath(cache);
+    for (const QString &name : leftovers())
+        sandbox::removePath(paths::scratchFolder() + QLatin1Char('/') + name);
+}
 
 QStringList lpadminCall(const QString &queue, const QString &uri)
 {
@@ -91,7 +107,7 @@ private slots:
     void theCacheIsACompleteFileOfRootsAloneInOneStep()
     {
         REQUIRE_SANDBOX();
-        sandbox::removePath(cache);
+        removeCacheAndLeftovers();
         QString reason;
         QVERIFY2(usbqueues::writeDeviceListCache({QStringLiteral("direct usb://A/B?serial=1"),
                                                   QStringLiteral("direct usb://C/D")},
@@ -105,28 +121,52 @@ private slots:
         // The cache that stood there is replaced, and no file of the write is left beside it.
         QVERIFY(usbqueues::writeDeviceListCache({}, &reason));
         QCOMPARE(sandbox::readFile(cache), QByteArray());
-        const QStringList leftovers =
-            QDir(paths::scratchFolder())
-                .entryList({QStringLiteral(".lpinfo.log.*")},
-                           QDir::AllEntries | QDir::Hidden | QDir::System);
-        QCOMPARE(leftovers, QStringList());
+        QCOMPARE(leftovers(), QStringList());
     }
 
-    void aFolderAtTheCachesPathIsNotReplacedAndNothingIsLeftBehind()
+    void aFolderAtTheCachesPathIsMovedAsideWhole()
     {
         REQUIRE_SANDBOX();
-        sandbox::removePath(cache);
-        QVERIFY(QDir().mkpath(cache + QStringLiteral("/inside")));
+        removeCacheAndLeftovers();
+        QVERIFY(sandbox::writeFile(cache + QStringLiteral("/inside/note"), "kept\n"));
+        StderrCapture err;
         QString reason;
-        QVERIFY(!usbqueues::writeDeviceListCache({QStringLiteral("direct usb://A/B")}, &reason));
-        QVERIFY(!reason.isEmpty());
-        QVERIFY(sandbox::entryAt(cache + QStringLiteral("/inside")).folder);
-        const QStringList leftovers =
-            QDir(paths::scratchFolder())
-                .entryList({QStringLiteral(".lpinfo.log.*")},
-                           QDir::AllEntries | QDir::Hidden | QDir::System);
-        QCOMPARE(leftovers, QStringList());
-        sandbox::removePath(cache);
+        QVERIFY2(usbqueues::writeDeviceListCache({QStringLiteral("direct usb://A/B")}, &reason),
+                 qPrintable(reason));
+        QCOMPARE(sandbox::readFile(cache), QByteArray("direct usb://A/B\n"));
+        const QStringList aside = leftovers();
+        QCOMPARE(aside.size(), 1);
+        const QString moved = paths::scratchFolder() + QLatin1Char('/') + aside.first();
+        QVERIFY2(aside.first().startsWith(QLatin1String(".lpinfo.log.aside-")), qPrintable(moved));
+        QCOMPARE(sandbox::readFile(moved + QStringLiteral("/inside/note")), QByteArray("kept\n"));
+        QCOMPARE(err.diagnostics(),
+                 QStringList({QStringLiteral("printerconfig: replacing /tmp/.lpinfo.log: a "
+                                             "folder, moved aside to ") +
+                              moved}));
+        removeCacheAndLeftovers();
+    }
+
+    void aListLongerThanTheCacheMayHoldKeepsItsFirstLines()
+    {
+        REQUIRE_SANDBOX();
+        removeCacheAndLeftovers();
+        // 100 lines of 16 KiB: 64 fit within 1 MiB, with room to spare for no other.
+        QStringList lines;
+        for (int i = 0; i < 100; ++i)
+            lines += QStringLiteral("direct usb://A/B?serial=%1")
+                         .arg(i, 16384 - 25, 10, QLatin1Char('0'));
+        QCOMPARE(lines.first().size() + 1, 16384);
+        StderrCapture err;
+        QString reason;
+        QVERIFY2(usbqueues::writeDeviceListCache(lines, &reason), qPrintable(reason));
+        const QByteArray written = sandbox::readFile(cache);
+        QCOMPARE(written.size(), int(deviceListCap));
+        QCOMPARE(written, lines.mid(0, 64).join(QLatin1Char('\n')).toUtf8() + '\n');
+        QCOMPARE(err.diagnostics(),
+                 QStringList({QStringLiteral("printerconfig: leaving 36 of 100 printers out of "
+                                             "/tmp/.lpinfo.log: the device list holds 1048576 "
+                                             "bytes at most")}));
+        removeCacheAndLeftovers();
     }
 };
 
