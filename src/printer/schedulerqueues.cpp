@@ -38,6 +38,13 @@ ipp_attribute_t *readQueue(ipp_t *response, ipp_attribute_t *attribute, Queue *q
          attribute = ippNextAttribute(response)) {
         const QByteArray name = ippGetName(attribute);
         const ipp_tag_t tag = ippGetValueTag(attribute);
+        if (name == "printer-state-reasons" && tag == IPP_TAG_KEYWORD) {
+            for (int i = 0; i < ippGetCount(attribute); ++i) {
+                if (qstrcmp(ippGetString(attribute, i, nullptr), "connecting-to-device") == 0)
+                    queue->connecting = true;
+            }
+            continue;
+        }
         if (ippGetCount(attribute) != 1)
             continue;
         if (name == "printer-name" && tag == IPP_TAG_NAME)
@@ -71,7 +78,8 @@ bool listQueues(QList<Queue> *queues, QString *reason)
     httpSetTimeout(http.get(), answerTimeoutMs / 1000.0, giveUp, nullptr);
 
     ipp_t *request = ippNewRequest(IPP_OP_CUPS_GET_PRINTERS);
-    static const char *const wanted[] = {"printer-name", "device-uri", "printer-state",
+    static const char *const wanted[] = {"printer-name",         "device-uri",
+                                         "printer-state",        "printer-state-reasons",
                                          "printer-is-temporary", "printer-type"};
     ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
                   int(sizeof wanted / sizeof *wanted), nullptr, wanted);

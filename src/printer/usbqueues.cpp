@@ -84,12 +84,17 @@ QList<scheduler::Queue> deviceQueues(const QStringList &names,
     return own;
 }
 
+bool isPrinting(const scheduler::Queue &queue)
+{
+    return queue.processing && !queue.connecting;
+}
+
 QStringList withBusyPrinters(const QStringList &lines, const QList<scheduler::Queue> &queues)
 {
     QStringList list = lines;
     for (const scheduler::Queue &queue : queues) {
         const QString line = directPrefix + queue.deviceUri;
-        if (queue.processing && mayStandInTheList(queue.deviceUri) && !list.contains(line))
+        if (isPrinting(queue) && mayStandInTheList(queue.deviceUri) && !list.contains(line))
             list += line;
     }
     return list;
@@ -108,7 +113,7 @@ QList<Move> movesToAttached(const QList<scheduler::Queue> &queues, const QString
     if (attached.isEmpty())
         return moves;
     for (const scheduler::Queue &queue : queues) {
-        if (queue.processing || attached.contains(queue.deviceUri))
+        if (isPrinting(queue) || attached.contains(queue.deviceUri))
             continue;
         QString target = attached.first();
         const QString model = makeAndModel(queue.deviceUri);

@@ -31,10 +31,15 @@ QStringList deviceQueueNames();
 QList<scheduler::Queue> deviceQueues(const QStringList &names,
                                      const QList<scheduler::Queue> &queues);
 
+// Whether the queue's printer is busy printing a job: the scheduler reports the queue
+// processing one, and its backend is not looking for the printer (a queue whose job waits
+// for a printer that is gone is processing too, and its backend says it is connecting).
+bool isPrinting(const scheduler::Queue &queue);
+
 // The device list with the printers that are busy: after lines, "direct URI" for each of
-// queues that is printing a job on an address not listed yet, when the address may stand
-// in the list ("usb://", no blank, no control character). CUPS's usb backend cannot
-// open a printer that is printing, so it does not list it; it is attached all the same.
+// queues that isPrinting on an address not listed yet, when the address may stand in the
+// list ("usb://", no blank, no control character). CUPS's usb backend cannot open a
+// printer that is printing, so it does not list it; it is attached all the same.
 QStringList withBusyPrinters(const QStringList &lines, const QList<scheduler::Queue> &queues);
 
 // The make and model part of a USB printer's address: "Acme/Label" of
@@ -49,7 +54,7 @@ struct Move
 };
 
 // Which of queues follow which attached printer (addresses, in the device list's order).
-// A queue whose address is attached, or that is printing a job, stays. One whose printer
+// A queue whose address is attached, or that isPrinting, stays. One whose printer
 // is gone follows the first attached printer of the same make and model, else the first
 // attached printer. Nothing follows when nothing is attached.
 QList<Move> movesToAttached(const QList<scheduler::Queue> &queues, const QStringList &attached);

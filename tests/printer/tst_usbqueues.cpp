@@ -52,6 +52,14 @@ scheduler::Queue queue(const QString &name, const QString &uri, bool processing 
     return q;
 }
 
+// A queue whose job waits for its printer: processing, its backend connecting to it.
+scheduler::Queue waiting(const QString &name, const QString &uri)
+{
+    scheduler::Queue q = queue(name, uri, true);
+    q.connecting = true;
+    return q;
+}
+
 bool storeRecord(const QString &name, const QString &uri)
 {
     Printer p;
@@ -137,6 +145,7 @@ private slots:
             queue(QStringLiteral("Blank"), QStringLiteral("usb://Acme/Label Two"), true),
             queue(QStringLiteral("Control"), QStringLiteral("usb://Acme/\x1b]0;"), true),
             queue(QStringLiteral("Desk"), QStringLiteral("usb:/dev/usb/lp0"), true),
+            waiting(QStringLiteral("Waiting"), receipt),
         };
         QCOMPARE(
             usbqueues::withBusyPrinters(listed, queues),
@@ -190,6 +199,9 @@ private slots:
         QTest::newRow("busy with a job")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label, true)}
             << QStringList{swapped} << QList<usbqueues::Move>{};
+        QTest::newRow("a job waiting for the printer that is gone")
+            << QList<scheduler::Queue>{waiting(QStringLiteral("Label"), label)}
+            << QStringList{swapped} << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
         QTest::newRow("nothing attached")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label)} << QStringList{}
             << QList<usbqueues::Move>{};

@@ -29,6 +29,7 @@ const QString backend = paths::backendFolder() + QStringLiteral("/usb");
 const QString work = QStringLiteral("/tmp/.hostile-usb");
 const QString attachedList = work + QStringLiteral("/attached");
 const QString release = work + QStringLiteral("/release");
+const QString gone = work + QStringLiteral("/gone");
 const QString wrappers = work + QStringLiteral("/bin");
 const QString jobFile = work + QStringLiteral("/job.txt");
 const QString owned = QStringLiteral("/tmp/owned");
@@ -40,11 +41,14 @@ const QString receipt = QStringLiteral("usb://Star/TSP143?serial=7");
 
 // CUPS's usb backend as the scheduler and the helper run it: without arguments it lists
 // the printers named in the list, one address a line; for a job it prints for as long as
-// the release file is missing (30 s at most), as a printer busy with a long job.
+// the release file is missing (30 s at most), as a printer busy with a long job, or, while
+// the file "gone" exists, waits as long for its printer to appear and says it is
+// connecting to it, as CUPS's usb backend does.
 QByteArray backendScript()
 {
     const QByteArray list = QFile::encodeName(attachedList);
     const QByteArray done = QFile::encodeName(release);
+    const QByteArray away = QFile::encodeName(gone);
     return "#!/bin/sh\n"
            "if [ $# = 0 ]; then\n"
            "    while IFS= read -r uri; do\n"
@@ -55,6 +59,9 @@ QByteArray backendScript()
            "\n"
            "    exit 0\n"
            "fi\n"
+           "[ ! -e " +
+           away +
+           " ] || echo 'STATE: +connecting-to-device' >&2\n"
            "i=0\n"
            "while [ ! -e " +
            done +
@@ -167,8 +174,9 @@ private:
     }
 
     // Starts a job on the queue and waits until the scheduler reports the queue printing
-    // it: its backend runs until the release file appears.
-    static bool startLongJob(const QString &queue)
+    // it (with the given alert, when one is given): its backend runs until the release file
+    // appears.
+    static bool startLongJob(const QString &queue, const QString &alert = QString())
     {
         if (!sandbox::writeFile(jobFile, "a long job\n"))
             return false;
@@ -178,8 +186,9 @@ private:
         timer.start();
         while (timer.elapsed() < 20000) {
             const sandbox::ProcessRun state =
-                tool(QStringLiteral("lpstat"), {QStringLiteral("-p"), queue});
-            if (state.output.contains(QLatin1String("now printing")))
+                tool(QStringLiteral("lpstat"), {QStringLiteral("-l"), QStringLiteral("-p"), queue});
+            if (state.output.contains(QLatin1String("now printing")) &&
+                (alert.isEmpty() || state.output.contains(QStringLiteral("Alerts: ") + alert)))
                 return true;
             QThread::msleep(100);
         }
@@ -225,6 +234,7 @@ private slots:
         for (const QString &queue : queues.output.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
             tool(m_lpadmin, {QStringLiteral("-x"), queue});
         sandbox::removePath(release);
+        sandbox::removePath(gone);
         sandbox::removePath(QStringLiteral("/tmp/config"));
         for (const QString &path : {cache, owned})
             sandbox::removePath(path);
@@ -423,6 +433,24 @@ private slots:
         QCOMPARE(deviceOf(QStringLiteral("Label")), label);
         QCOMPARE(sandbox::readFile(cache),
                  "direct " + swapped.toUtf8() + "\ndirect " + label.toUtf8() + '\n');
+    }
+
+    // A job sent while the printer was away waits for it, its backend looking for the
+    // printer: the queue is processing, but its printer is gone all the same, and it
+    // follows the printer swapped in; the job goes there.
+    void aQueueWhoseJobWaitsForItsGonePrinterFollows()
+    {
+        QVERIFY(storeRecord(QStringLiteral("Label"), label));
+        QVERIFY(makeQueue(QStringLiteral("Label"), label));
+        QVERIFY(sandbox::writeFile(gone, QByteArray()));
+        QVERIFY(startLongJob(QStringLiteral("Label"), QStringLiteral("connecting-to-device")));
+        QVERIFY(attach({swapped}));
+        const sandbox::ProcessRun run = follow();
+        QVERIFY2(run.status == 0, qPrintable(run.output));
+        QCOMPARE(lpadminCalls(),
+                 QList<QStringList>({lpadminCall(QStringLiteral("Label"), swapped)}));
+        QCOMPARE(deviceOf(QStringLiteral("Label")), swapped);
+        QCOMPARE(sandbox::readFile(cache), "direct " + swapped.toUtf8() + '\n');
     }
 
     // An address the device chose to run a command of its own, were it ever handed to a
