@@ -1,6 +1,6 @@
 #include "ui/printerdlg.h"
 
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "printer/printer.h"
 #include "printer/staging.h"
 #include "ui/wizarddlg.h"

@@ -1,7 +1,7 @@
 #include "ui/wizarddlg.h"
 
 #include "common/paths.h"
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/device.h"

@@ -3,7 +3,7 @@
 // read must give up at once with the behaviour of a file that cannot be read (the lpinfo
 // cache is instead made afresh), and no command may write through a planted link.
 #include "common/paths.h"
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/printer.h"

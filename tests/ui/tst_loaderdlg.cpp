@@ -4,7 +4,7 @@
 #include "common/paths.h"
 #include "ui/loaderdlg.h"
 
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "support/messages.h"
 #include "support/sandbox.h"
 

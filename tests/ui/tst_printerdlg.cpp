@@ -2,7 +2,7 @@
 
 #include "support/printerdlgfixture.h"
 
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "printer/printer.h"
 #include "support/modal.h"
 #include "support/printermap.h"

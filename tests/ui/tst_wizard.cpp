@@ -5,7 +5,7 @@
 #include "common/paths.h"
 #include "ui/wizarddlg.h"
 
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
 #include "support/modal.h"

@@ -1,4 +1,4 @@
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 #include "support/messages.h"
 #include "support/sandbox.h"
 
