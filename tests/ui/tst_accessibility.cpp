@@ -317,6 +317,23 @@ private slots:
         QCOMPARE(tabWalk(1), QStringList{"b_radioButtonLPD"});
     }
 
+    void tabLeavesTheSummaryTable()
+    {
+        // Tab moves on to the buttons; the arrow keys move between the table's cells.
+        PPDSet catalogue;
+        Printer printer;
+        WizardDlg wizard(&catalogue, &printer, false);
+        wizard.show();
+        QApplication::setActiveWindow(&wizard);
+        QVERIFY(QTest::qWaitForWindowActive(&wizard));
+        requireChild<QStackedWidget>(&wizard, "stack")
+            ->setCurrentWidget(requireChild<QWidget>(&wizard, "pwFinish"));
+        requireChild<QPushButton>(&wizard, "bNext")->hide();
+        requireChild<QPushButton>(&wizard, "bSubmit")->show();
+        requireChild<QWidget>(&wizard, "twProps")->setFocus(Qt::TabFocusReason);
+        QCOMPARE(tabWalk(3), QStringList({"bSubmit", "bCancel", "twProps"}));
+    }
+
     void everyControlOfTheLoadingDialogIsNamed()
     {
         LoaderDlg dialog;
