@@ -50,7 +50,6 @@ inline QString lpadmin() { return QStringLiteral("lpadmin"); }
 inline QString cupsaccept() { return QStringLiteral("cupsaccept"); }
 inline QString lp() { return QStringLiteral("lp"); }
 inline QString lpinfo() { return QStringLiteral("lpinfo"); }
-inline QString lpstat() { return QStringLiteral("lpstat"); }
 inline QString initIca() { return QStringLiteral("init_ica"); }
 inline QString citrixCupsPrinter() { return QStringLiteral("CitrixCUPSPrinter"); }
 inline QString waitForCups() { return QStringLiteral("waitforCUPS"); }

@@ -57,11 +57,22 @@ bool waitFor(QProcess &process, Output *output, int timeoutMs)
     const QDeadlineTimer deadline(timeoutMs);
     if (!process.waitForStarted(int(deadline.remainingTime())))
         return false; // it could not be started
+    // Once the backend has closed its output there is nothing more to read, and waiting
+    // for output would return at once, again and again: only its end is awaited then.
+    bool outputClosed = false;
+    const QMetaObject::Connection closed = QObject::connect(
+        &process, &QProcess::readChannelFinished, [&outputClosed] { outputClosed = true; });
     while (process.state() == QProcess::Running && !deadline.hasExpired()) {
-        process.waitForReadyRead(int(deadline.remainingTime()));
-        if (!take())
+        if (outputClosed)
+            process.waitForFinished(int(deadline.remainingTime()));
+        else
+            process.waitForReadyRead(int(deadline.remainingTime()));
+        if (!take()) {
+            QObject::disconnect(closed);
             return false;
+        }
     }
+    QObject::disconnect(closed);
     if (process.state() != QProcess::NotRunning)
         return false;
     return take();

@@ -53,7 +53,8 @@ bool makeFreshFile(const QString &path, const FreshFile &file, QString *reason)
     return false;
 }
 
-bool placeFile(const QString &path, const QByteArray &data, int mode, bool replace, QString *reason)
+bool placeFile(const QString &path, const QByteArray &data, int mode, QString *reason,
+               QString *movedAside)
 {
     QByteArray temporary = QFile::encodeName(path) + ".XXXXXX";
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
@@ -72,12 +73,20 @@ bool placeFile(const QString &path, const QByteArray &data, int mode, bool repla
         error = errno;
     if (!error) {
         const QByteArray target = QFile::encodeName(path);
-        const int renamed = replace ? ::rename(temporary.constData(), target.constData())
-                                    : ::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD,
-                                                  target.constData(), RENAME_NOREPLACE);
-        if (renamed == 0)
+        if (::rename(temporary.constData(), target.constData()) == 0)
             return true;
         error = errno;
+        if (error == EISDIR && ::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD,
+                                           target.constData(), RENAME_EXCHANGE) == 0) {
+            // The folder now stands at the temporary name; it goes to a name that says
+            // what it is, when that is free, and stays where it is otherwise.
+            const QByteArray aside = target + ".aside-" + temporary.right(6);
+            const bool renamed = ::renameat2(AT_FDCWD, temporary.constData(), AT_FDCWD,
+                                             aside.constData(), RENAME_NOREPLACE) == 0;
+            if (movedAside)
+                *movedAside = QFile::decodeName(renamed ? aside : temporary);
+            return true;
+        }
     }
     *reason = errnoText(error);
     ::unlink(temporary.constData());

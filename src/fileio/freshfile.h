@@ -32,13 +32,16 @@ bool makeFreshFile(const QString &path, const FreshFile &file, QString *reason);
 
 // Puts a complete new file of ours holding data at path in one step: the data goes into a
 // new file of ours beside it (a name of its own, O_CREAT|O_EXCL, with mode), written and
-// flushed, which is then renamed to path. With replace it takes the place of whatever
-// entry stands at path (rename never follows a link standing there, and in a sticky
-// folder such as /tmp the kernel lets only the entry's owner or a process allowed to
-// override that replace it); without replace only when nothing stands there. Returns
-// false with the reason otherwise; nothing of ours stays behind then.
-bool placeFile(const QString &path, const QByteArray &data, int mode, bool replace,
-               QString *reason);
+// flushed, which is then renamed to path. It takes the place of whatever entry stands at
+// path: rename never follows a link standing there, and in a sticky folder such as /tmp
+// the kernel lets only the entry's owner, the folder's owner or a process allowed to
+// override that replace it. A folder, which rename cannot replace, is swapped with the new
+// file in one step (renameat2 RENAME_EXCHANGE, so that nothing else can take path in
+// between) and then renamed to a free name beside it, PATH.aside-XXXXXX, given in
+// *movedAside: it is never opened, followed into or emptied. Returns false with the reason
+// otherwise; nothing of ours stays behind then.
+bool placeFile(const QString &path, const QByteArray &data, int mode, QString *reason,
+               QString *movedAside = nullptr);
 
 // Writes all of data to fd, going on after interrupted and partial writes. Returns 0, or
 // the errno of the failure (ENOSPC for a write that wrote nothing without an error).

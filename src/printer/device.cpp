@@ -105,12 +105,13 @@ QString Printer::GetPrinterDevice() const
     // cache is made afresh.
     const QString cache = paths::lpinfoCache();
     fileio::ReadRequest request;
+    request.cap = deviceListCap;
     request.report = false; // the refusal is reported as the reason to replace it
     fileio::ReadResult read = fileio::read(cache, request);
     if (read.status == fileio::ReadResult::Refused)
         diagnostic::report(QStringLiteral("replacing ") + cache, read.reason);
     if (!read.ok() && makeCache(cache))
-        read = fileio::read(cache, {});
+        read = fileio::read(cache, {deviceListCap});
     if (read.ok()) {
         const QString found = scanCacheBytes(read.data);
         if (!found.isEmpty())

@@ -2,6 +2,11 @@
 
 #include <QString>
 
+// The one size limit of the device list cache: printerconfig-usb writes no more than this
+// (whole lines, the first printers listed), and the tool reads no larger cache (it is
+// replaced, by running lpinfo, as one that is not ours).
+constexpr qint64 deviceListCap = qint64(1) << 20;
+
 // Parsing of the "lpinfo -v" device list, kept apart from the record so it can be
 // exercised without a cache file: the URI of the first line that starts with
 // "direct usb", or an empty text when there is none.

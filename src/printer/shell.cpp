@@ -65,7 +65,7 @@ ProgramRunner setProgramRunner(ProgramRunner runner)
     return previous;
 }
 
-int runProgram(const QStringList &argv, QByteArray *output)
+int runProgram(const QStringList &argv, QByteArray *output, int timeoutMs)
 {
     if (argv.isEmpty())
         return -1;
@@ -85,7 +85,7 @@ int runProgram(const QStringList &argv, QByteArray *output)
         return -1;
     }
     QByteArray kept;
-    const QDeadlineTimer deadline(programTimeoutMs);
+    const QDeadlineTimer deadline(timeoutMs);
     while (process.state() == QProcess::Running && !deadline.hasExpired()) {
         // Without output to take, or once the program has closed it, only its end is awaited.
         if (!output || !process.waitForReadyRead(int(deadline.remainingTime())))
@@ -96,7 +96,7 @@ int runProgram(const QStringList &argv, QByteArray *output)
     }
     if (process.state() != QProcess::NotRunning) {
         diagnostic::report(QStringLiteral("stopping %1").arg(argv.first()),
-                           QStringLiteral("it did not end within %1 ms").arg(programTimeoutMs));
+                           QStringLiteral("it did not end within %1 ms").arg(timeoutMs));
         process.kill();
         process.waitForFinished();
         return -1;

@@ -26,11 +26,13 @@ Runner setRunner(Runner runner);
 // argv[0] is found on PATH. Its input is empty, it runs in the C locale (so that what it
 // prints is not translated), and its standard output goes to *output when given (at most
 // programOutputCap bytes are kept), otherwise where ours goes. A program that has not
-// ended within programTimeoutMs is killed. Returns its exit status, or -1 when it could
-// not be started, was killed or did not end in time.
+// ended within timeoutMs (programTimeoutMs, unless a test chooses a shorter time) is
+// killed. Returns its exit status, or -1 when it could not be started, was killed or did
+// not end in time.
 constexpr int programOutputCap = 1024 * 1024;
 constexpr int programTimeoutMs = 30000;
-int runProgram(const QStringList &argv, QByteArray *output = nullptr);
+int runProgram(const QStringList &argv, QByteArray *output = nullptr,
+               int timeoutMs = programTimeoutMs);
 
 // While a program runner is installed, runProgram() hands every call to it instead.
 // Returns the runner that was installed before.

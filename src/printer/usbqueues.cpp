@@ -2,6 +2,7 @@
 
 #include "common/paths.h"
 #include "printer/device.h"
+#include "printer/printer.h"
 #include "printer/shell.h"
 
 #include "common/report.h"
@@ -11,52 +12,161 @@
 
 namespace usbqueues {
 
-QList<QueueDevice> parseLpstatDevices(const QByteArray &lpstatOutput)
+namespace {
+
+const QLatin1String directPrefix("direct ");
+const QLatin1String usbScheme("usb://");
+
+// Queue names as the scheduler compares them: ASCII letters without regard to case, every
+// other character as it is.
+bool sameQueueName(const QString &a, const QString &b)
 {
-    static const QByteArray prefix("device for ");
-    static const QByteArray separator(": ");
-    QList<QueueDevice> devices;
-    for (const QByteArray &line : lpstatOutput.split('\n')) {
-        if (!line.startsWith(prefix))
-            continue;
-        const int colon = line.indexOf(separator, prefix.size());
-        if (colon <= prefix.size())
-            continue;
-        QueueDevice device;
-        device.queue = QString::fromUtf8(line.mid(prefix.size(), colon - prefix.size()));
-        device.uri = QString::fromUtf8(line.mid(colon + separator.size()));
-        devices += device;
+    if (a.size() != b.size())
+        return false;
+    for (int i = 0; i < a.size(); ++i) {
+        ushort x = a.at(i).unicode();
+        ushort y = b.at(i).unicode();
+        if (x >= 'A' && x <= 'Z')
+            x += 'a' - 'A';
+        if (y >= 'A' && y <= 'Z')
+            y += 'a' - 'A';
+        if (x != y)
+            return false;
     }
-    return devices;
+    return true;
+}
+
+bool mayStandInTheList(const QString &uri)
+{
+    if (!uri.startsWith(usbScheme))
+        return false;
+    for (const QChar c : uri) {
+        if (c.isSpace() || c.category() == QChar::Other_Control)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+QStringList deviceQueueNames()
+{
+    QStringList names;
+    const QHash<QString, Printer *> printers = Printer::GetPrinters();
+    for (const Printer *printer : printers) {
+        if (isUsbDeviceUri(printer->device_uri) && !printer->GetName().isEmpty())
+            names += printer->GetName();
+    }
+    qDeleteAll(printers);
+    names.sort();
+    return names;
+}
+
+QList<scheduler::Queue> deviceQueues(const QStringList &names,
+                                     const QList<scheduler::Queue> &queues)
+{
+    QList<scheduler::Queue> own;
+    QList<int> taken; // two records whose names differ only in case name one queue
+    for (const QString &name : names) {
+        for (int i = 0; i < queues.size(); ++i) {
+            const scheduler::Queue &queue = queues.at(i);
+            if (!sameQueueName(name, queue.name))
+                continue;
+            if (!taken.contains(i) && !queue.temporary && isUsbDeviceUri(queue.deviceUri)) {
+                scheduler::Queue found = queue;
+                found.name = name;
+                own += found;
+                taken += i;
+            }
+            break;
+        }
+    }
+    return own;
+}
+
+bool isPrinting(const scheduler::Queue &queue)
+{
+    return queue.processing && !queue.connecting;
+}
+
+QStringList withBusyPrinters(const QStringList &lines, const QList<scheduler::Queue> &queues)
+{
+    QStringList list = lines;
+    for (const scheduler::Queue &queue : queues) {
+        const QString line = directPrefix + queue.deviceUri;
+        if (isPrinting(queue) && mayStandInTheList(queue.deviceUri) && !list.contains(line))
+            list += line;
+    }
+    return list;
+}
+
+QString makeAndModel(const QString &uri)
+{
+    if (!uri.startsWith(usbScheme))
+        return QString();
+    return uri.mid(usbScheme.size()).section(QLatin1Char('?'), 0, 0);
+}
+
+QList<Move> movesToAttached(const QList<scheduler::Queue> &queues, const QStringList &attached)
+{
+    QList<Move> moves;
+    if (attached.isEmpty())
+        return moves;
+    for (const scheduler::Queue &queue : queues) {
+        if (isPrinting(queue) || attached.contains(queue.deviceUri))
+            continue;
+        QString target = attached.first();
+        const QString model = makeAndModel(queue.deviceUri);
+        if (!model.isEmpty()) {
+            for (const QString &uri : attached) {
+                if (makeAndModel(uri) == model) {
+                    target = uri;
+                    break;
+                }
+            }
+        }
+        moves += Move{queue.name, target};
+    }
+    return moves;
+}
+
+QStringList follow(const QList<Move> &moves)
+{
+    QStringList changed;
+    for (const Move &move : moves) {
+        qDebug().noquote() << "usbqueues::follow -" << move.queue << "to" << move.uri;
+        if (shell::runProgram({commands::lpadmin(), QStringLiteral("-p"), move.queue,
+                               QStringLiteral("-v"), move.uri}) == 0)
+            changed += move.queue;
+    }
+    return changed;
 }
 
 bool writeDeviceListCache(const QStringList &lines, QString *reason)
 {
+    const QString cache = paths::lpinfoCache();
     QByteArray data;
-    for (const QString &line : lines)
-        data += line.toUtf8() + '\n';
-    return fileio::placeFile(paths::lpinfoCache(), data, 0600, true, reason);
-}
-
-QStringList followAttachedPrinter(const QString &uri)
-{
-    QStringList changed;
-    QByteArray listed;
-    if (shell::runProgram({commands::lpstat(), QStringLiteral("-v")}, &listed) != 0) {
-        diagnostic::report(QStringLiteral("not following the attached printer %1").arg(uri),
-                           QStringLiteral("lpstat -v failed"));
-        return changed;
+    int kept = 0;
+    for (const QString &line : lines) {
+        const QByteArray bytes = line.toUtf8() + '\n';
+        if (data.size() + bytes.size() > deviceListCap)
+            break;
+        data += bytes;
+        ++kept;
     }
-    for (const QueueDevice &device : parseLpstatDevices(listed)) {
-        if (!isUsbDeviceUri(device.uri) || device.uri == uri)
-            continue;
-        qDebug().noquote() << "followAttachedPrinter -" << device.queue << "from" << device.uri
-                           << "to" << uri;
-        if (shell::runProgram({commands::lpadmin(), QStringLiteral("-p"), device.queue,
-                               QStringLiteral("-v"), uri}) == 0)
-            changed += device.queue;
-    }
-    return changed;
+    if (kept < lines.size())
+        diagnostic::report(
+            QStringLiteral("leaving %1 of %2 printers out of %3")
+                .arg(lines.size() - kept)
+                .arg(lines.size())
+                .arg(cache),
+            QStringLiteral("the device list holds %1 bytes at most").arg(deviceListCap));
+    QString movedAside;
+    const bool placed = fileio::placeFile(cache, data, 0600, reason, &movedAside);
+    if (!movedAside.isEmpty())
+        diagnostic::report(QStringLiteral("replacing ") + cache,
+                           QStringLiteral("a folder, moved aside to ") + movedAside);
+    return placed;
 }
 
 } // namespace usbqueues

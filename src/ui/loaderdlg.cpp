@@ -1,6 +1,6 @@
 #include "ui/loaderdlg.h"
 
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 
 #include <QIcon>
 

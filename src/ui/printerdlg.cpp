@@ -1,8 +1,9 @@
 #include "ui/printerdlg.h"
 
-#include "common/windowchrome.h"
+#include "printer/deviceaddress.h"
 #include "printer/printer.h"
 #include "printer/staging.h"
+#include "ui/windowchrome.h"
 #include "ui/wizarddlg.h"
 
 #include <QDebug>
@@ -24,6 +25,30 @@ int itemIconIndex(const Printer &printer)
     if (printer.IsNetwork())
         return printer.IsDefault() ? DefaultNetworkIcon : NetworkIcon;
     return printer.IsDefault() ? DefaultLocalIcon : LocalIcon;
+}
+
+// What the item's picture shows, in words for a screen reader: how the printer is
+// connected, in the wizard's own terms, and whether it is the default printer. The address
+// itself is left out: it may carry a password.
+QString itemDescription(const Printer &printer)
+{
+    QString connection;
+    switch (DeviceAddress::fromStored(printer.device_uri).kind) {
+    case DeviceAddress::Usb:
+        connection = QStringLiteral("USB printer");
+        break;
+    case DeviceAddress::Lpd:
+        connection = QStringLiteral("LPD/LPR printer");
+        break;
+    case DeviceAddress::Socket:
+        connection = QStringLiteral("RAW printer");
+        break;
+    default:
+        connection = printer.IsNetwork() ? QStringLiteral("network printer")
+                                         : QStringLiteral("local printer");
+        break;
+    }
+    return printer.IsDefault() ? connection + QStringLiteral(", the default printer") : connection;
 }
 
 } // namespace
@@ -75,6 +100,8 @@ void PrinterDlg::updatePrinterList()
 
         auto *item = new QListWidgetItem(itemIcons[itemIconIndex(*p)], p->name);
         item->setData(Qt::UserRole, QVariant::fromValue(static_cast<void *>(p)));
+        // The name is the item's text; a screen reader adds this after it.
+        item->setData(Qt::AccessibleDescriptionRole, itemDescription(*p));
         lwPrinters->insertItem(lwPrinters->count(), item);
     }
     // Say explicitly that nothing is current. Otherwise the view makes its first item

@@ -1,12 +1,12 @@
 #include "ui/wizarddlg.h"
 
 #include "common/paths.h"
-#include "common/windowchrome.h"
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/device.h"
 #include "printer/deviceaddress.h"
 #include "printer/printer.h"
+#include "ui/windowchrome.h"
 
 #include <QCloseEvent>
 #include <QDebug>

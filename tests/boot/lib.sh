@@ -56,8 +56,11 @@ root_tarball() {
         return
     fi
     say "mmdebstrap a Debian 12 root with $pkgs"
+    # Debian 12's own archive, whatever release this machine runs.
     mmdebstrap --variant=minbase --include="$pkgs" bookworm "$tarball.part.tar.zst" \
-        /etc/apt/sources.list.d/debian.sources >"$work/mmdebstrap.log" 2>&1 \
+        "deb http://deb.debian.org/debian bookworm main" \
+        "deb http://deb.debian.org/debian bookworm-updates main" \
+        "deb http://deb.debian.org/debian-security bookworm-security main" >"$work/mmdebstrap.log" 2>&1 \
         || { tail -n 20 "$work/mmdebstrap.log" >&2; die "mmdebstrap failed (log: $work/mmdebstrap.log)"; }
     mv "$tarball.part.tar.zst" "$tarball"
     echo "$pkgs" >"$tarball.packages"

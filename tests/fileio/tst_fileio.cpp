@@ -232,6 +232,43 @@ private slots:
                      QFileDevice::WriteUser | QFileDevice::ReadGroup | QFileDevice::ReadOther);
     }
 
+    void placedFileTakesThePlaceOfALinkWithoutFollowingIt()
+    {
+        QVERIFY(sandbox::writeFile(at("victim"), "keep me"));
+        QVERIFY(QFile::link(at("victim"), at("list")));
+        QString reason;
+        QString aside;
+        QVERIFY2(fileio::placeFile(at("list"), "new\n", 0600, &reason, &aside), qPrintable(reason));
+        QCOMPARE(sandbox::readFile(at("victim")), QByteArray("keep me"));
+        const sandbox::PathEntry entry = sandbox::entryAt(at("list"));
+        QVERIFY2(entry.regular && entry.mode == 0600, qPrintable(entry.describe()));
+        QCOMPARE(sandbox::readFile(at("list")), QByteArray("new\n"));
+        QCOMPARE(aside, QString());
+        QCOMPARE(QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden |
+                                        QDir::System),
+                 QStringList({QStringLiteral("list"), QStringLiteral("victim")}));
+    }
+
+    // rename cannot put a file where a folder stands: the two are swapped in one step,
+    // and the folder, whole and unopened, gets a name of its own beside the file.
+    void placedFileSwapsAFolderOutWhole()
+    {
+        QVERIFY(sandbox::writeFile(at("list/inside/note"), "kept\n"));
+        QVERIFY(QFile::link(at("victim"), at("list/link")));
+        QString reason;
+        QString aside;
+        QVERIFY2(fileio::placeFile(at("list"), "new\n", 0600, &reason, &aside), qPrintable(reason));
+        QCOMPARE(sandbox::readFile(at("list")), QByteArray("new\n"));
+        QVERIFY2(aside.startsWith(at("list.aside-")) &&
+                     aside.size() == at("list.aside-").size() + 6,
+                 qPrintable(aside));
+        QCOMPARE(sandbox::readFile(aside + QStringLiteral("/inside/note")), QByteArray("kept\n"));
+        QVERIFY(sandbox::entryAt(aside + QStringLiteral("/link")).link);
+        QCOMPARE(QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden |
+                                        QDir::System),
+                 QStringList({QStringLiteral("list"), QFileInfo(aside).fileName()}));
+    }
+
     void writingOnAFullFileSystemFailsAndLeavesNothing()
     {
         const QString small = at("small");

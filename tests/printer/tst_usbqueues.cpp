@@ -1,33 +1,36 @@
-// The USB queues and the device list cache following the USB printer attached now: what
-// "lpstat -v" says is read, which queues get "lpadmin -p NAME -v URI", and how the cache
-// is written.
+// The device's USB queues and the device list cache following the USB printers attached
+// now: which queues are the device's, which of them follow which printer, the busy
+// printers kept in the list, the "lpadmin -p NAME -v URI" lines, and how the cache is
+// written. The scheduler's answer is given as data here; tst_hostile_usb_cups asks CUPS's
+// own scheduler.
 #include "common/paths.h"
+#include "printer/device.h"
+#include "printer/printer.h"
 #include "printer/shell.h"
 #include "printer/usbqueues.h"
 #include "support/sandbox.h"
+#include "support/stderrcapture.h"
 
 #include <QDir>
+#include <QFile>
 #include <QTest>
 
 namespace {
 
 const QString cache = paths::lpinfoCache();
-const QString attached = QStringLiteral("usb://Acme/Label?serial=43");
+const QString label = QStringLiteral("usb://Acme/Label?serial=42");
+const QString swapped = QStringLiteral("usb://Acme/Label?serial=43");
+const QString receipt = QStringLiteral("usb://Star/TSP143?serial=7");
 
-// Installs itself as the program runner for its lifetime: answers "lpstat -v" with the
-// given text and status and records every call.
+// Installs itself as the program runner for its lifetime: records every call and answers
+// each with the status given for its queue (0 when none is given).
 class ProgramRecorder
 {
 public:
-    ProgramRecorder(const QByteArray &lpstatOutput, int lpstatStatus = 0)
-        : m_previous(shell::setProgramRunner([=](const QStringList &argv, QByteArray *output) {
+    explicit ProgramRecorder(const QHash<QString, int> &statusOfQueue = {})
+        : m_previous(shell::setProgramRunner([=](const QStringList &argv, QByteArray *) {
             calls += argv;
-            if (argv.first() == QLatin1String("lpstat")) {
-                if (output)
-                    *output = lpstatOutput;
-                return lpstatStatus;
-            }
-            return 0;
+            return argv.size() > 2 ? statusOfQueue.value(argv.at(2), 0) : 0;
         }))
     {
     }
@@ -38,60 +41,248 @@ private:
     shell::ProgramRunner m_previous;
 };
 
-QStringList lpadminCall(const QString &queue, const QString &uri)
+scheduler::Queue queue(const QString &name, const QString &uri, bool processing = false,
+                       bool temporary = false)
 {
-    return {QStringLiteral("lpadmin"), QStringLiteral("-p"), queue, QStringLiteral("-v"), uri};
+    scheduler::Queue q;
+    q.name = name;
+    q.deviceUri = uri;
+    q.processing = processing;
+    q.temporary = temporary;
+    return q;
+}
+
+// A queue whose job waits for its printer: processing, its backend connecting to it.
+scheduler::Queue waiting(const QString &name, const QString &uri)
+{
+    scheduler::Queue q = queue(name, uri, true);
+    q.connecting = true;
+    return q;
+}
+
+bool storeRecord(const QString &name, const QString &uri)
+{
+    Printer p;
+    p.name = name;
+    p.printer_class =
+        uri.startsWith(QLatin1String("usb")) ? QStringLiteral("direct") : QStringLiteral("network");
+    p.device_uri = uri;
+    p.UpdatePath();
+    return p.Commit();
+}
+
+QStringList leftovers()
+{
+    return QDir(paths::scratchFolder())
+        .entryList({QStringLiteral(".lpinfo.log.*")},
+                   QDir::AllEntries | QDir::Hidden | QDir::System);
+}
+
+void removeCacheAndLeftovers()
+{
+    sandbox::removePath(cache);
+    for (const QString &name : leftovers())
+        sandbox::removePath(paths::scratchFolder() + QLatin1Char('/') + name);
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(QList<scheduler::Queue>)
+Q_DECLARE_METATYPE(QList<usbqueues::Move>)
 
 class TestUsbQueues : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void lpstatLinesGiveQueuesAndAddresses()
+    void theDevicesQueuesAreTheRegistrysUsbRecords()
     {
-        const QByteArray output = "device for Label: usb://Acme/Label?serial=42\n"
-                                  "device for Net1: socket://10.0.0.1:9100\n"
-                                  "something else\n"
-                                  "device for Odd: lpd://host/q: with a colon\n";
-        const QList<usbqueues::QueueDevice> devices = usbqueues::parseLpstatDevices(output);
-        QCOMPARE(devices.size(), 3);
-        QCOMPARE(devices.at(0).queue, QStringLiteral("Label"));
-        QCOMPARE(devices.at(0).uri, QStringLiteral("usb://Acme/Label?serial=42"));
-        QCOMPARE(devices.at(1).queue, QStringLiteral("Net1"));
-        QCOMPARE(devices.at(1).uri, QStringLiteral("socket://10.0.0.1:9100"));
-        QCOMPARE(devices.at(2).queue, QStringLiteral("Odd"));
-        QCOMPARE(devices.at(2).uri, QStringLiteral("lpd://host/q: with a colon"));
+        REQUIRE_SANDBOX();
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QVERIFY(storeRecord(QStringLiteral("Label"), label));
+        QVERIFY(storeRecord(QStringLiteral("Desk"), QStringLiteral("usb:/dev/usb/lp0")));
+        QVERIFY(storeRecord(QStringLiteral("Net"), QStringLiteral("socket://usbhost:9100")));
+        QVERIFY(storeRecord(QStringLiteral("Lpd"), QStringLiteral("lpd://printhost/usb")));
+        QCOMPARE(usbqueues::deviceQueueNames(),
+                 QStringList({QStringLiteral("Desk"), QStringLiteral("Label")}));
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QCOMPARE(usbqueues::deviceQueueNames(), QStringList());
     }
 
-    void everyUsbQueueWithAnotherAddressIsPointedAtTheAttachedPrinter()
+    void theSchedulersQueuesOfTheRecordsAreTheDevices()
     {
-        ProgramRecorder programs("device for Label: usb://Acme/Label?serial=42\n"
-                                 "device for Net1: socket://usbhost:9100\n"
-                                 "device for Desk: usb:/dev/usb/lp0\n"
-                                 "device for Lpd: lpd://printhost/queue\n"
-                                 "device for Same: usb://Acme/Label?serial=43\n");
-        const QStringList changed = usbqueues::followAttachedPrinter(attached);
-        QCOMPARE(changed, QStringList({QStringLiteral("Label"), QStringLiteral("Desk")}));
-        QCOMPARE(programs.calls,
-                 QList<QStringList>({{QStringLiteral("lpstat"), QStringLiteral("-v")},
-                                     lpadminCall(QStringLiteral("Label"), attached),
-                                     lpadminCall(QStringLiteral("Desk"), attached)}));
+        const QList<scheduler::Queue> scheduled = {
+            queue(QStringLiteral("LABEL"), label),
+            queue(QStringLiteral("Desk"), QStringLiteral("usb:/dev/usb/lp0"), true),
+            queue(QStringLiteral("Temp"), label, false, true),
+            queue(QStringLiteral("Net"), QStringLiteral("socket://10.0.0.1:9100")),
+            queue(QStringLiteral("Other"), receipt),
+            queue(QStringLiteral("Läbel"), receipt),
+        };
+        const QList<scheduler::Queue> own = usbqueues::deviceQueues(
+            {QStringLiteral("Desk"), QStringLiteral("Label"), QStringLiteral("label"),
+             QStringLiteral("Missing"), QStringLiteral("Net"), QStringLiteral("Temp"),
+             QStringLiteral("LÄBEL")},
+            scheduled);
+        // Matched as the scheduler matches names, under the record's own name; a queue
+        // two records name is the device's once. Non-ASCII letters are not folded.
+        QCOMPARE(own.size(), 2);
+        QCOMPARE(own.at(0).name, QStringLiteral("Desk"));
+        QCOMPARE(own.at(0).deviceUri, QStringLiteral("usb:/dev/usb/lp0"));
+        QVERIFY(own.at(0).processing);
+        QCOMPARE(own.at(1).name, QStringLiteral("Label"));
+        QCOMPARE(own.at(1).deviceUri, label);
     }
 
-    void nothingIsChangedWhenTheSchedulerCannotBeAsked()
+    void aBusyPrinterStaysInTheList()
     {
-        ProgramRecorder programs("device for Label: usb://Acme/Label?serial=42\n", 1);
-        QCOMPARE(usbqueues::followAttachedPrinter(attached), QStringList());
-        QCOMPARE(programs.calls.size(), 1);
+        const QStringList listed = {QStringLiteral("direct ") + swapped};
+        const QList<scheduler::Queue> queues = {
+            queue(QStringLiteral("Label"), label, true),
+            queue(QStringLiteral("Idle"), receipt),
+            queue(QStringLiteral("Same"), swapped, true),
+            queue(QStringLiteral("Twice"), label, true),
+            queue(QStringLiteral("Blank"), QStringLiteral("usb://Acme/Label Two"), true),
+            queue(QStringLiteral("Control"), QStringLiteral("usb://Acme/\x1b]0;"), true),
+            queue(QStringLiteral("Desk"), QStringLiteral("usb:/dev/usb/lp0"), true),
+            waiting(QStringLiteral("Waiting"), receipt),
+        };
+        QCOMPARE(
+            usbqueues::withBusyPrinters(listed, queues),
+            QStringList({QStringLiteral("direct ") + swapped, QStringLiteral("direct ") + label}));
+        QCOMPARE(usbqueues::withBusyPrinters(listed, {}), listed);
+    }
+
+    void theMakeAndModelOfAnAddress_data()
+    {
+        QTest::addColumn<QString>("uri");
+        QTest::addColumn<QString>("model");
+        QTest::newRow("serial") << label << QStringLiteral("Acme/Label");
+        QTest::newRow("two parameters")
+            << QStringLiteral("usb://HP/LaserJet%20P1005?serial=1&interface=1")
+            << QStringLiteral("HP/LaserJet%20P1005");
+        QTest::newRow("none") << QStringLiteral("usb://Acme/Label") << QStringLiteral("Acme/Label");
+        QTest::newRow("device node") << QStringLiteral("usb:/dev/usb/lp0") << QString();
+        QTest::newRow("network") << QStringLiteral("socket://10.0.0.1:9100") << QString();
+    }
+    void theMakeAndModelOfAnAddress()
+    {
+        QFETCH(QString, uri);
+        QFETCH(QString, model);
+        QCOMPARE(usbqueues::makeAndModel(uri), model);
+    }
+
+    void onlyAQueueWhosePrinterIsGoneFollows_data()
+    {
+        QTest::addColumn<QList<scheduler::Queue>>("queues");
+        QTest::addColumn<QStringList>("attached");
+        QTest::addColumn<QList<usbqueues::Move>>("moves");
+        const QString other = QStringLiteral("usb://Other/Printer?serial=1");
+        QTest::newRow("still attached")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
+                                       queue(QStringLiteral("Receipt"), receipt)}
+            << QStringList{receipt, label} << QList<usbqueues::Move>{};
+        QTest::newRow("gone: its make and model, though listed second")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
+                                       queue(QStringLiteral("Receipt"), receipt)}
+            << QStringList{receipt, swapped}
+            << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
+        QTest::newRow("gone: no printer of its model, the first listed")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label)}
+            << QStringList{other, receipt}
+            << QList<usbqueues::Move>{{QStringLiteral("Label"), other}};
+        QTest::newRow("the fallback address: the first listed")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Desk"),
+                                             QStringLiteral("usb:/dev/usb/lp0"))}
+            << QStringList{receipt, swapped}
+            << QList<usbqueues::Move>{{QStringLiteral("Desk"), receipt}};
+        QTest::newRow("busy with a job")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label, true)}
+            << QStringList{swapped} << QList<usbqueues::Move>{};
+        QTest::newRow("a job waiting for the printer that is gone")
+            << QList<scheduler::Queue>{waiting(QStringLiteral("Label"), label)}
+            << QStringList{swapped} << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
+        QTest::newRow("nothing attached")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label)} << QStringList{}
+            << QList<usbqueues::Move>{};
+        QTest::newRow("each queue by itself")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
+                                       queue(QStringLiteral("Desk1"), swapped),
+                                       queue(QStringLiteral("Receipt"), receipt)}
+            << QStringList{other, swapped}
+            << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped},
+                                      {QStringLiteral("Receipt"), other}};
+    }
+    void onlyAQueueWhosePrinterIsGoneFollows()
+    {
+        QFETCH(QList<scheduler::Queue>, queues);
+        QFETCH(QStringList, attached);
+        QFETCH(QList<usbqueues::Move>, moves);
+        QCOMPARE(usbqueues::movesToAttached(queues, attached), moves);
+    }
+
+    void eachMoveIsOneLpadminWithoutAShell()
+    {
+        ProgramRecorder programs({{QStringLiteral("Fails"), 1}});
+        const QString odd = QStringLiteral("usb://X/Y';touch${IFS}/tmp/owned;'");
+        const QStringList changed = usbqueues::follow({{QStringLiteral("Label"), swapped},
+                                                       {QStringLiteral("Fails"), swapped},
+                                                       {QStringLiteral("Odd"), odd}});
+        QCOMPARE(changed, QStringList({QStringLiteral("Label"), QStringLiteral("Odd")}));
+        const auto lpadmin = [](const QString &queue, const QString &uri) {
+            return QStringList{QStringLiteral("lpadmin"), QStringLiteral("-p"), queue,
+                               QStringLiteral("-v"), uri};
+        };
+        QCOMPARE(programs.calls, QList<QStringList>({lpadmin(QStringLiteral("Label"), swapped),
+                                                     lpadmin(QStringLiteral("Fails"), swapped),
+                                                     lpadmin(QStringLiteral("Odd"), odd)}));
+    }
+
+    void aSchedulerThatCannotBeReachedListsNothing()
+    {
+        REQUIRE_SANDBOX();
+        // The sandbox's CUPS_SERVER names a socket that does not exist.
+        QList<scheduler::Queue> queues{queue(QStringLiteral("Stale"), label)};
+        QString reason;
+        QVERIFY(!scheduler::listQueues(&queues, &reason));
+        QVERIFY2(reason.startsWith(QLatin1String("cannot reach the scheduler at /tmp/.sandbox/")),
+                 qPrintable(reason));
+        QCOMPARE(queues.size(), 0);
+    }
+
+    // The hot-plug run without a scheduler to ask: the device list is written all the
+    // same, and no queue is touched.
+    void withoutTheSchedulerTheHelperWritesTheListAndMovesNothing()
+    {
+        REQUIRE_SANDBOX();
+        removeCacheAndLeftovers();
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QVERIFY(storeRecord(QStringLiteral("Label"), label));
+        const QString backend = paths::backendFolder() + QStringLiteral("/usb");
+        QVERIFY(sandbox::writeFile(backend, "#!/bin/sh\necho 'direct " + swapped.toUtf8() +
+                                                " \"Acme Label\" \"Label\" \"\" \"\"'\n"));
+        QVERIFY(QFile::setPermissions(backend, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                                   QFileDevice::ExeOwner | QFileDevice::ReadGroup |
+                                                   QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                                                   QFileDevice::ExeOther));
+        sandbox::clearFakeCalls();
+        const sandbox::ProcessRun run = sandbox::runProgram(
+            qEnvironmentVariable("PRINTERCONFIG_USB_BIN"), {QStringLiteral("--follow")});
+        QCOMPARE(run.status, 0);
+        QVERIFY2(run.output.contains(QLatin1String("printerconfig: not following the attached "
+                                                   "printers: cannot reach the scheduler")),
+                 qPrintable(run.output));
+        QCOMPARE(sandbox::readFile(cache), "direct " + swapped.toUtf8() + '\n');
+        QCOMPARE(sandbox::fakeCalls(), QList<QStringList>());
+        sandbox::removePath(backend);
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        removeCacheAndLeftovers();
     }
 
     void theCacheIsACompleteFileOfRootsAloneInOneStep()
     {
         REQUIRE_SANDBOX();
-        sandbox::removePath(cache);
+        removeCacheAndLeftovers();
         QString reason;
         QVERIFY2(usbqueues::writeDeviceListCache({QStringLiteral("direct usb://A/B?serial=1"),
                                                   QStringLiteral("direct usb://C/D")},
@@ -105,28 +296,52 @@ private slots:
         // The cache that stood there is replaced, and no file of the write is left beside it.
         QVERIFY(usbqueues::writeDeviceListCache({}, &reason));
         QCOMPARE(sandbox::readFile(cache), QByteArray());
-        const QStringList leftovers =
-            QDir(paths::scratchFolder())
-                .entryList({QStringLiteral(".lpinfo.log.*")},
-                           QDir::AllEntries | QDir::Hidden | QDir::System);
-        QCOMPARE(leftovers, QStringList());
+        QCOMPARE(leftovers(), QStringList());
     }
 
-    void aFolderAtTheCachesPathIsNotReplacedAndNothingIsLeftBehind()
+    void aFolderAtTheCachesPathIsMovedAsideWhole()
     {
         REQUIRE_SANDBOX();
-        sandbox::removePath(cache);
-        QVERIFY(QDir().mkpath(cache + QStringLiteral("/inside")));
+        removeCacheAndLeftovers();
+        QVERIFY(sandbox::writeFile(cache + QStringLiteral("/inside/note"), "kept\n"));
+        StderrCapture err;
         QString reason;
-        QVERIFY(!usbqueues::writeDeviceListCache({QStringLiteral("direct usb://A/B")}, &reason));
-        QVERIFY(!reason.isEmpty());
-        QVERIFY(sandbox::entryAt(cache + QStringLiteral("/inside")).folder);
-        const QStringList leftovers =
-            QDir(paths::scratchFolder())
-                .entryList({QStringLiteral(".lpinfo.log.*")},
-                           QDir::AllEntries | QDir::Hidden | QDir::System);
-        QCOMPARE(leftovers, QStringList());
-        sandbox::removePath(cache);
+        QVERIFY2(usbqueues::writeDeviceListCache({QStringLiteral("direct usb://A/B")}, &reason),
+                 qPrintable(reason));
+        QCOMPARE(sandbox::readFile(cache), QByteArray("direct usb://A/B\n"));
+        const QStringList aside = leftovers();
+        QCOMPARE(aside.size(), 1);
+        const QString moved = paths::scratchFolder() + QLatin1Char('/') + aside.first();
+        QVERIFY2(aside.first().startsWith(QLatin1String(".lpinfo.log.aside-")), qPrintable(moved));
+        QCOMPARE(sandbox::readFile(moved + QStringLiteral("/inside/note")), QByteArray("kept\n"));
+        QCOMPARE(err.diagnostics(),
+                 QStringList({QStringLiteral("printerconfig: replacing /tmp/.lpinfo.log: a "
+                                             "folder, moved aside to ") +
+                              moved}));
+        removeCacheAndLeftovers();
+    }
+
+    void aListLongerThanTheCacheMayHoldKeepsItsFirstLines()
+    {
+        REQUIRE_SANDBOX();
+        removeCacheAndLeftovers();
+        // 100 lines of 16 KiB: 64 fit within 1 MiB, with room to spare for no other.
+        QStringList lines;
+        for (int i = 0; i < 100; ++i)
+            lines += QStringLiteral("direct usb://A/B?serial=%1")
+                         .arg(i, 16384 - 25, 10, QLatin1Char('0'));
+        QCOMPARE(lines.first().size() + 1, 16384);
+        StderrCapture err;
+        QString reason;
+        QVERIFY2(usbqueues::writeDeviceListCache(lines, &reason), qPrintable(reason));
+        const QByteArray written = sandbox::readFile(cache);
+        QCOMPARE(written.size(), int(deviceListCap));
+        QCOMPARE(written, lines.mid(0, 64).join(QLatin1Char('\n')).toUtf8() + '\n');
+        QCOMPARE(err.diagnostics(),
+                 QStringList({QStringLiteral("printerconfig: leaving 36 of 100 printers out of "
+                                             "/tmp/.lpinfo.log: the device list holds 1048576 "
+                                             "bytes at most")}));
+        removeCacheAndLeftovers();
     }
 };
 

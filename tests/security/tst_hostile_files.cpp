@@ -3,7 +3,6 @@
 // read must give up at once with the behaviour of a file that cannot be read (the lpinfo
 // cache is instead made afresh), and no command may write through a planted link.
 #include "common/paths.h"
-#include "common/windowchrome.h"
 #include "drivers/pagesize.h"
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
@@ -15,6 +14,7 @@
 #include "support/watchdog.h"
 #include "ui/loaderdlg.h"
 #include "ui/printerdlg.h"
+#include "ui/windowchrome.h"
 #include "ui/wizarddlg.h"
 
 #include <QComboBox>

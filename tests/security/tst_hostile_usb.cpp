@@ -1,8 +1,10 @@
-// What a USB device and another local user can do to the units that follow the attached
-// printer (printerconfig-usb, run as root at boot and when a printer is plugged in): the
-// device chooses the text of its address, and any user can plant things in /tmp where
-// the device list cache is written. Each case runs the built helper as the units do.
+// What another local user can do to the device list cache that the units following the
+// attached printer write (printerconfig-usb, run as root at boot and when a printer is
+// plugged in): any user can plant things in /tmp, where the cache is written, before the
+// boot unit runs. Each case runs the built helper as the units do; what the hot-plug run
+// does with the scheduler's queues is tst_hostile_usb_cups's.
 #include "common/paths.h"
+#include "printer/printer.h"
 #include "support/attacker.h"
 #include "support/sandbox.h"
 
@@ -17,9 +19,7 @@ namespace {
 
 const QString cache = paths::lpinfoCache();
 const QString backend = paths::backendFolder() + QStringLiteral("/usb");
-const QString owned = QStringLiteral("/tmp/owned");
 const QString victim = QStringLiteral("/tmp/victim");
-const QString fakeBin = QStringLiteral("/tmp/.hostile-usb-bin");
 
 // The usb backend, listing one printer with the given address.
 bool attach(const QByteArray &uri)
@@ -27,20 +27,6 @@ bool attach(const QByteArray &uri)
     return sandbox::writeFile(backend, "#!/bin/sh\ncat <<'END'\ndirect " + uri +
                                            " \"Acme Label\" \"Label\" \"\" \"\"\nEND\n") &&
            ::chmod(QFile::encodeName(backend).constData(), 0755) == 0;
-}
-
-// "lpstat -v" as the scheduler would answer it, first on PATH; lpadmin stays the
-// sandbox's recording fake.
-bool scheduler(const QByteArray &lpstatOutput)
-{
-    const QString lpstat = fakeBin + QStringLiteral("/lpstat");
-    if (!sandbox::writeFile(lpstat, "#!/bin/sh\ncat <<'END'\n" + lpstatOutput + "END\n") ||
-        ::chmod(QFile::encodeName(lpstat).constData(), 0755) != 0)
-        return false;
-    const QByteArray path = qgetenv("PATH");
-    if (!path.startsWith(QFile::encodeName(fakeBin)))
-        qputenv("PATH", QFile::encodeName(fakeBin) + ':' + path);
-    return true;
 }
 
 // The helper, run as the given command line of a unit; prefix (such as setpriv) first.
@@ -52,14 +38,31 @@ sandbox::ProcessRun helper(const QString &mode, const QStringList &prefix = {})
     return sandbox::runProgram(prefix.first(), prefix.mid(1) + QStringList{program, mode});
 }
 
-QList<QStringList> lpadminCalls()
+// Whether the tool ran "lpinfo" (the sandbox's recording fake) since the last clear.
+bool lpinfoRan()
 {
-    QList<QStringList> calls;
     for (const QStringList &call : sandbox::fakeCalls()) {
-        if (call.first() == QLatin1String("lpadmin"))
-            calls += call;
+        if (call.first() == QLatin1String("lpinfo"))
+            return true;
     }
-    return calls;
+    return false;
+}
+
+// The helper as the units run it: without any capability (the hot-plug unit has none,
+// the boot unit only the one to give printers.conf its group back), so without the
+// rights to override file permissions and ownership.
+const QStringList withoutCapabilities = {QStringLiteral("setpriv"),
+                                         QStringLiteral("--bounding-set=-all"),
+                                         QStringLiteral("--inh-caps=-all")};
+
+// A USB printer's record, as the configure run asks it for the address to use.
+QString configureRunAddress()
+{
+    Printer record;
+    record.name = QStringLiteral("Label");
+    record.printer_class = QStringLiteral("direct");
+    record.device_uri = QStringLiteral("usb://Acme/Label?serial=42");
+    return record.GetPrinterDevice();
 }
 
 QStringList leftovers()
@@ -84,35 +87,11 @@ private slots:
     }
     void init()
     {
-        for (const QString &path : {cache, owned, victim, backend})
+        for (const QString &path : {cache, victim, backend})
             sandbox::removePath(path);
+        for (const QString &name : leftovers())
+            sandbox::removePath(paths::scratchFolder() + QLatin1Char('/') + name);
         sandbox::clearFakeCalls();
-    }
-
-    // An address the device chose to run a command of its own, were it ever handed to a
-    // shell: it reaches lpadmin as one argument, exactly as the device sent it.
-    void anAddressWithShellSyntaxReachesLpadminAsOneArgument_data()
-    {
-        QTest::addColumn<QByteArray>("uri");
-        QTest::newRow("quotes") << QByteArray("usb://X/Y';touch${IFS}/tmp/owned;'");
-        QTest::newRow("command substitution") << QByteArray("usb://X/$(touch${IFS}/tmp/owned)");
-        QTest::newRow("backquotes") << QByteArray("usb://X/`touch${IFS}/tmp/owned`");
-        QTest::newRow("separator") << QByteArray("usb://X/Y;touch${IFS}/tmp/owned");
-        QTest::newRow("double quotes") << QByteArray("usb://X/\"$(touch${IFS}/tmp/owned)\"");
-    }
-    void anAddressWithShellSyntaxReachesLpadminAsOneArgument()
-    {
-        QFETCH(QByteArray, uri);
-        QVERIFY(attach(uri));
-        QVERIFY(scheduler("device for Label: usb://Acme/Label?serial=42\n"));
-        const sandbox::ProcessRun run = helper(QStringLiteral("--follow"));
-        QVERIFY2(run.status == 0, qPrintable(run.output));
-        QCOMPARE(lpadminCalls(),
-                 QList<QStringList>(
-                     {{QStringLiteral("lpadmin"), QStringLiteral("-p"), QStringLiteral("Label"),
-                       QStringLiteral("-v"), QString::fromUtf8(uri)}}));
-        QVERIFY(!QFileInfo::exists(owned));
-        QCOMPARE(sandbox::readFile(cache), "direct " + uri + '\n');
     }
 
     // A link another user plants at the cache's path, pointing at a file of root's: the
@@ -176,37 +155,72 @@ private slots:
                  qPrintable(entry.describe()));
     }
 
-    // A device cannot choose where the queues print: an address of another backend (a
-    // file, a network printer of the attacker's) is not a USB printer and is not listed.
-    void anAddressOfAnotherBackendIsNotFollowed_data()
+    // A folder planted at the cache's path before the boot unit runs (a local user's
+    // @reboot job can race it) is renamed out of the way whole, never followed into or
+    // emptied, and the cache is written; the configure run then finds the attached
+    // printer there instead of falling back to usb:/dev/usb/lp0.
+    void aFolderPlantedAtTheCacheIsMovedAsideAndTheBootFindsThePrinter()
     {
-        QTest::addColumn<QByteArray>("uri");
-        QTest::newRow("file") << QByteArray("file:///etc/shadow");
-        QTest::newRow("network printer") << QByteArray("socket://attacker.example:9100");
-        QTest::newRow("usb look-alike") << QByteArray("usbx://X/Y");
-    }
-    void anAddressOfAnotherBackendIsNotFollowed()
-    {
-        QFETCH(QByteArray, uri);
-        QVERIFY(attach(uri));
-        QVERIFY(scheduler("device for Label: usb://Acme/Label?serial=42\n"));
-        const sandbox::ProcessRun run = helper(QStringLiteral("--follow"));
+        REQUIRE_ATTACKER();
+        QVERIFY(attacker::plantFolder(cache, 0777));
+        QVERIFY(attacker::plantFolder(cache + QStringLiteral("/inside"), 0755));
+        QVERIFY(attacker::plantFile(cache + QStringLiteral("/inside/note"), "nobody's\n"));
+        QVERIFY(attach("usb://Acme/Label?serial=43"));
+        const sandbox::ProcessRun run = helper(QStringLiteral("--cache"), withoutCapabilities);
         QVERIFY2(run.status == 0, qPrintable(run.output));
-        QCOMPARE(lpadminCalls(), QList<QStringList>());
-        QCOMPARE(sandbox::readFile(cache), QByteArray());
+        const sandbox::PathEntry entry = sandbox::entryAt(cache);
+        QVERIFY2(entry.regular && entry.ownerId == 0 && entry.mode == 0600 && entry.names == 1,
+                 qPrintable(entry.describe()));
+        QCOMPARE(sandbox::readFile(cache), QByteArray("direct usb://Acme/Label?serial=43\n"));
+
+        const QStringList aside = leftovers();
+        QCOMPARE(aside.size(), 1);
+        QVERIFY2(aside.first().startsWith(QLatin1String(".lpinfo.log.aside-")),
+                 qPrintable(aside.first()));
+        const QString moved = paths::scratchFolder() + QLatin1Char('/') + aside.first();
+        const sandbox::PathEntry folder = sandbox::entryAt(moved);
+        QVERIFY2(folder.folder && folder.ownerId == attacker::userId,
+                 qPrintable(folder.describe()));
+        QCOMPARE(sandbox::readFile(moved + QStringLiteral("/inside/note")),
+                 QByteArray("nobody's\n"));
+        QVERIFY2(run.output.contains(moved), qPrintable(run.output));
+
+        QCOMPARE(configureRunAddress(), QStringLiteral("usb://Acme/Label?serial=43"));
+        QVERIFY(!lpinfoRan());
     }
 
-    // A device whose address would break printers.conf's line structure is not listed.
-    void anAddressWithControlCharactersIsNotListed()
+    // The helper writes no device list that the configure run would refuse as too large
+    // (and then replace by running lpinfo, which cannot reach the scheduler at boot): a
+    // backend listing more printers than fit keeps the first ones, in whole lines, within
+    // the one limit of the cache, 1 MiB.
+    void theDeviceListStaysWithinTheLimitTheConfigureRunReads()
     {
+        // 20000 printers: about 1.8 MB of device list, within what a backend may print.
         QVERIFY(sandbox::writeFile(
-            backend, "#!/bin/sh\nprintf 'direct usb://X/\\033]0;Y \"A\" \"B\"\\n'\n"));
+            backend, "#!/bin/sh\n"
+                     "i=0\n"
+                     "while [ $i -lt 20000 ]; do\n"
+                     "    printf 'direct usb://Acme/Label?serial=%060d \"Acme Label\" \"Label\" "
+                     "\"\" \"\"\\n' $i\n"
+                     "    i=$((i + 1))\n"
+                     "done\n"));
         QVERIFY(::chmod(QFile::encodeName(backend).constData(), 0755) == 0);
-        QVERIFY(scheduler("device for Label: usb://Acme/Label?serial=42\n"));
-        const sandbox::ProcessRun run = helper(QStringLiteral("--follow"));
+        const sandbox::ProcessRun run = helper(QStringLiteral("--cache"));
         QVERIFY2(run.status == 0, qPrintable(run.output));
-        QCOMPARE(sandbox::readFile(cache), QByteArray());
-        QCOMPARE(lpadminCalls(), QList<QStringList>());
+        const QByteArray list = sandbox::readFile(cache);
+        QVERIFY2(list.size() <= 1024 * 1024, qPrintable(QString::number(list.size())));
+        QVERIFY2(list.size() > 1024 * 1024 - 100, qPrintable(QString::number(list.size())));
+        QVERIFY(list.endsWith('\n'));
+        const QByteArray first = "usb://Acme/Label?serial=" + QByteArray(60, '0');
+        QVERIFY(list.startsWith("direct " + first + '\n'));
+        const QList<QByteArray> lines = list.split('\n');
+        for (int i = 0; i + 1 < lines.size(); ++i)
+            QCOMPARE(lines.at(i), "direct usb://Acme/Label?serial=" +
+                                      QByteArray::number(i).rightJustified(60, '0'));
+
+        QCOMPARE(configureRunAddress(), QString::fromLatin1(first));
+        QVERIFY(!lpinfoRan());
+        QCOMPARE(sandbox::readFile(cache), list);
     }
 };
 

@@ -4,9 +4,9 @@
 #include "common/paths.h"
 #include "ui/loaderdlg.h"
 
-#include "common/windowchrome.h"
 #include "support/messages.h"
 #include "support/sandbox.h"
+#include "ui/windowchrome.h"
 
 #include <QApplication>
 #include <QFile>

@@ -2,7 +2,6 @@
 
 #include "support/printerdlgfixture.h"
 
-#include "common/windowchrome.h"
 #include "printer/printer.h"
 #include "support/modal.h"
 #include "support/printermap.h"
@@ -10,6 +9,7 @@
 #include "support/shellrecorder.h"
 #include "support/widgets.h"
 #include "ui/printerdlg.h"
+#include "ui/windowchrome.h"
 
 #include <QApplication>
 #include <QFrame>

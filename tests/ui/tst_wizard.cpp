@@ -5,7 +5,6 @@
 #include "common/paths.h"
 #include "ui/wizarddlg.h"
 
-#include "common/windowchrome.h"
 #include "drivers/ppdset.h"
 #include "printer/printer.h"
 #include "support/modal.h"
@@ -13,6 +12,7 @@
 #include "support/shellrecorder.h"
 #include "support/watchdog.h"
 #include "support/widgets.h"
+#include "ui/windowchrome.h"
 
 #include <QApplication>
 #include <QCheckBox>

@@ -53,7 +53,7 @@ private slots:
     void buttonRowsAreLaidOutWithSpacers();
     void buttonsAndRadioButtonsReachTheWizardSlots();
     void radioButtonsFormOneExclusiveGroup();
-    void creationOrderIsTheTabOrder();
+    void tabOrderOfThePreferencesPageFollowsTheScreen();
 
 private:
     RecordingDialog *dialog = nullptr;
@@ -393,14 +393,14 @@ void TestWizardForm::radioButtonsFormOneExclusiveGroup()
     QVERIFY(ui.b_radioButtonRAW->isChecked());
 }
 
-void TestWizardForm::creationOrderIsTheTabOrder()
+void TestWizardForm::tabOrderOfThePreferencesPageFollowsTheScreen()
 {
-    // The form sets no tab order, so focus moves through the preferences page in the
-    // order its widgets were created.
-    const QList<QWidget *> order = {ui.cbDefault,        ui.cbPaperSize,      ui.leWinDriver,
-                                    ui.leName_2,         ui.b_radioButtonUSB, ui.b_radioButtonLPD,
-                                    ui.leQueue_2,        ui.sbPort_2,         ui.leName_4,
-                                    ui.b_radioButtonRAW, ui.cbCUPSdrv,        ui.cbDefaultSession};
+    // The form's tab order walks the preferences page as it is read: the connection row,
+    // then each field from top to bottom, left to right.
+    const QList<QWidget *> order = {ui.b_radioButtonUSB, ui.b_radioButtonLPD, ui.b_radioButtonRAW,
+                                    ui.leName_2,         ui.leName_4,         ui.leQueue_2,
+                                    ui.sbPort_2,         ui.cbCUPSdrv,        ui.leWinDriver,
+                                    ui.cbDefault,        ui.cbPaperSize,      ui.cbDefaultSession};
     for (int i = 0; i + 1 < order.size(); ++i) {
         QWidget *next = order.at(i)->nextInFocusChain();
         // Skip labels and the inner parts of composite widgets.

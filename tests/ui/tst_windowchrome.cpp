@@ -1,4 +1,5 @@
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
+
 #include "support/messages.h"
 #include "support/sandbox.h"
 

@@ -1,4 +1,4 @@
-#include "common/windowchrome.h"
+#include "ui/windowchrome.h"
 
 #include "fileio/read.h"
 
