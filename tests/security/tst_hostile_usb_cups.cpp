@@ -133,8 +133,8 @@ sandbox::ProcessRun asNobody(const QStringList &command)
 // output shown otherwise.
 bool follow()
 {
-    const sandbox::ProcessRun run = sandbox::runProgram(
-        qEnvironmentVariable("PRINTERCONFIG_USB_BIN"), {QStringLiteral("--follow")});
+    const sandbox::ProcessRun run =
+        sandbox::runProgram(sandbox::helperPath(), {QStringLiteral("--follow")});
     if (run.status != 0)
         qWarning("printerconfig-usb --follow ended with %d: %s", run.status,
                  qPrintable(run.output));
@@ -224,16 +224,11 @@ private:
 private slots:
     void initTestCase()
     {
-        REQUIRE_SANDBOX();
-        if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
-            !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT"))
-            QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
-        QVERIFY2(QFileInfo(qEnvironmentVariable("PRINTERCONFIG_USB_BIN")).isExecutable(),
-                 "PRINTERCONFIG_USB_BIN must name the built helper");
+        REQUIRE_REAL_CUPS();
+        REQUIRE_BUILT_HELPER();
         m_lpadmin = QStandardPaths::findExecutable(QStringLiteral("lpadmin"));
         QVERIFY2(!m_lpadmin.isEmpty(), "lpadmin is not on PATH");
-        m_loopback = QStringLiteral("socket://127.0.0.1:%1")
-                         .arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+        m_loopback = sandbox::loopbackPrinterUri();
         QVERIFY(QDir().mkpath(wrappers));
         QVERIFY(::chmod(QFile::encodeName(work).constData(), 0755) == 0);
         // lpadmin as the helper finds it on PATH: each call is recorded, then the real
