@@ -143,13 +143,20 @@ bool follow()
 
 // Another local user's queue, made as nobody over the scheduler's socket (IPP
 // CUPS-Create-Local-Printer) with the name and address of their choosing; true when
-// the scheduler made it, its output shown otherwise.
+// the scheduler has it at that address, what went wrong shown otherwise.
 bool makeOthersQueue(const QString &name, const QString &uri)
 {
     const sandbox::ProcessRun run = asNobody({QStringLiteral(CREATE_LOCAL_PRINTER), name, uri});
-    if (run.status != 0)
+    if (run.status != 0) {
         qWarning("%s as nobody: %s", qPrintable(name), qPrintable(run.output));
-    return run.status == 0;
+        return false;
+    }
+    const QString device = deviceOf(name);
+    if (device != uri) {
+        qWarning("the scheduler has %s at \"%s\"", qPrintable(name), qPrintable(device));
+        return false;
+    }
+    return true;
 }
 
 QList<QStringList> lpadminCalls()
@@ -303,7 +310,6 @@ private slots:
         QVERIFY(installPrinter(QStringLiteral("Label"), label));
         QVERIFY(attach({swapped}));
         QVERIFY(makeOthersQueue(QStringLiteral("Theirs"), label));
-        QCOMPARE(deviceOf(QStringLiteral("Theirs")), label);
 
         QVERIFY(follow());
         QCOMPARE(lpadminCalls(), onlyMove(QStringLiteral("Label"), swapped));
@@ -318,7 +324,6 @@ private slots:
         QVERIFY(storeRecord(QStringLiteral("Label"), label));
         QVERIFY(attach({swapped}));
         QVERIFY(makeOthersQueue(QStringLiteral("Label"), label));
-        QCOMPARE(deviceOf(QStringLiteral("Label")), label);
 
         QVERIFY(follow());
         QCOMPARE(lpadminCalls(), noMove);
