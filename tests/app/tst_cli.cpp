@@ -34,7 +34,7 @@ Run runTool(const QStringList &args, const QProcessEnvironment &env = toolEnviro
 {
     QProcess process;
     process.setProcessEnvironment(env);
-    process.start(qEnvironmentVariable("PRINTERCONFIG_BIN"), args);
+    process.start(sandbox::programPath(), args);
     Run run;
     if (!process.waitForFinished(60000)) {
         process.kill();
@@ -80,8 +80,7 @@ private slots:
     void initTestCase()
     {
         REQUIRE_SANDBOX();
-        QVERIFY2(QFileInfo(qEnvironmentVariable("PRINTERCONFIG_BIN")).isExecutable(),
-                 "PRINTERCONFIG_BIN must name the built program");
+        REQUIRE_BUILT_PROGRAM();
     }
 
     void init()
@@ -217,7 +216,7 @@ private slots:
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
         QProcess tool;
         tool.setProcessEnvironment(env);
-        tool.start(qEnvironmentVariable("PRINTERCONFIG_BIN"), args);
+        tool.start(sandbox::programPath(), args);
         QVERIFY(tool.waitForStarted());
 
         // Wait for the window, give it the keyboard, and press Alt+C (the "&Close" button).

@@ -1,6 +1,8 @@
 // What the program loads to show its window: started on a real X display (an Xvfb of the
 // test's own), it must not bring in the OpenGL driver stack unless the user asks for a
 // GL integration.
+#include "support/sandbox.h"
+
 #include <QtTest>
 
 #include <xcb/xcb.h>
@@ -150,7 +152,7 @@ bool librariesOfShownWindow(XDisplay *display, const QMap<QString, QString> &ext
     program.setProcessEnvironment(env);
     program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     program.setStandardOutputFile(QProcess::nullDevice());
-    program.start(qEnvironmentVariable("PRINTERCONFIG_BIN"), QStringList());
+    program.start(sandbox::programPath(), QStringList());
     if (!program.waitForStarted()) {
         *why = QStringLiteral("the program did not start");
         return false;
@@ -176,11 +178,7 @@ class TestStartup : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase()
-    {
-        QVERIFY2(QFileInfo(qEnvironmentVariable("PRINTERCONFIG_BIN")).isExecutable(),
-                 "PRINTERCONFIG_BIN must name the built program");
-    }
+    void initTestCase() { REQUIRE_BUILT_PROGRAM(); }
 
     void windowShowsWithoutLoadingOpenGl()
     {

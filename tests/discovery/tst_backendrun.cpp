@@ -32,6 +32,37 @@ void startQuietSleeper(QProcess *process, const QString &seconds)
                    QIODevice::ReadOnly);
 }
 
+// One wait on a backend, timed on the clock and in this thread's processor time.
+struct TimedWait
+{
+    bool ended = false;
+    qint64 waitedMs = 0;
+    double cpuMs = 0;
+
+    // Waiting in a loop would keep the processor busy for nearly all of that time;
+    // starting the backend and reading its line cost a few milliseconds.
+    bool idle() const { return cpuMs < 0.1 * double(waitedMs); }
+    QString describe() const
+    {
+        return QStringLiteral("%1 ms of processor time in %2 ms of waiting")
+            .arg(cpuMs, 0, 'f', 1)
+            .arg(waitedMs);
+    }
+};
+
+TimedWait timedWait(QProcess &process, backendrun::Output *output, int timeoutMs)
+{
+    TimedWait wait;
+    QElapsedTimer clock;
+    clock.start();
+    const double before = threadCpuMs();
+    wait.ended = backendrun::waitFor(process, output, timeoutMs);
+    wait.cpuMs = threadCpuMs() - before;
+    wait.waitedMs = clock.elapsed();
+    qInfo("%s", qPrintable(wait.describe()));
+    return wait;
+}
+
 } // namespace
 
 class TestBackendRun : public QObject
@@ -44,22 +75,13 @@ private slots:
         QProcess process;
         startQuietSleeper(&process, QStringLiteral("1.5"));
         backendrun::Output output;
-        QElapsedTimer clock;
-        clock.start();
-        const double before = threadCpuMs();
-        QVERIFY(backendrun::waitFor(process, &output, 10000));
-        const double cpuMs = threadCpuMs() - before;
-        const qint64 waitedMs = clock.elapsed();
-        qInfo("%.1f ms of processor time in %lld ms of waiting", cpuMs, waitedMs);
+        const TimedWait wait = timedWait(process, &output, 10000);
+        QVERIFY(wait.ended);
 
         QCOMPARE(output.bytes(), deviceLine);
-        QVERIFY2(waitedMs >= 1000, qPrintable(QStringLiteral("waited %1 ms").arg(waitedMs)));
-        // Waiting in a loop would keep the processor busy for nearly all of that time;
-        // starting the backend and reading its line cost a few milliseconds.
-        QVERIFY2(cpuMs < 0.1 * double(waitedMs),
-                 qPrintable(QStringLiteral("%1 ms of processor time in %2 ms of waiting")
-                                .arg(cpuMs, 0, 'f', 1)
-                                .arg(waitedMs)));
+        QVERIFY2(wait.waitedMs >= 1000,
+                 qPrintable(QStringLiteral("waited %1 ms").arg(wait.waitedMs)));
+        QVERIFY2(wait.idle(), qPrintable(wait.describe()));
     }
 
     void aBackendThatClosedItsOutputAndOutstaysItsTimeIsLeftRunning()
@@ -67,21 +89,13 @@ private slots:
         QProcess process;
         startQuietSleeper(&process, QStringLiteral("30"));
         backendrun::Output output;
-        QElapsedTimer clock;
-        clock.start();
-        const double before = threadCpuMs();
-        QVERIFY(!backendrun::waitFor(process, &output, 1000));
-        const double cpuMs = threadCpuMs() - before;
-        const qint64 waitedMs = clock.elapsed();
-        qInfo("%.1f ms of processor time in %lld ms of waiting", cpuMs, waitedMs);
+        const TimedWait wait = timedWait(process, &output, 1000);
+        QVERIFY(!wait.ended);
 
         QCOMPARE(process.state(), QProcess::Running);
-        QVERIFY2(waitedMs >= 1000 && waitedMs < 5000,
-                 qPrintable(QStringLiteral("waited %1 ms").arg(waitedMs)));
-        QVERIFY2(cpuMs < 0.1 * double(waitedMs),
-                 qPrintable(QStringLiteral("%1 ms of processor time in %2 ms of waiting")
-                                .arg(cpuMs, 0, 'f', 1)
-                                .arg(waitedMs)));
+        QVERIFY2(wait.waitedMs >= 1000 && wait.waitedMs < 5000,
+                 qPrintable(QStringLiteral("waited %1 ms").arg(wait.waitedMs)));
+        QVERIFY2(wait.idle(), qPrintable(wait.describe()));
         process.kill();
         process.waitForFinished();
     }

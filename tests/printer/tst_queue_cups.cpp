@@ -57,16 +57,8 @@ private:
 private slots:
     void initTestCase()
     {
-        REQUIRE_SANDBOX();
-        if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
-            !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT"))
-            QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
-        m_printerUri = QStringLiteral("socket://127.0.0.1:%1")
-                           .arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
-        const sandbox::ProcessRun status =
-            sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
-        QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
-                 qPrintable(status.output));
+        REQUIRE_REAL_CUPS();
+        m_printerUri = sandbox::loopbackPrinterUri();
         for (const QString &path :
              {rawTextPpd, postScriptPpd, paths::postScriptTestPage(), paths::textPrinterPreamble()})
             QVERIFY2(!fixture(path).isEmpty(), qPrintable(path));

@@ -266,8 +266,8 @@ private slots:
                                                    QFileDevice::ExeGroup | QFileDevice::ReadOther |
                                                    QFileDevice::ExeOther));
         sandbox::clearFakeCalls();
-        const sandbox::ProcessRun run = sandbox::runProgram(
-            qEnvironmentVariable("PRINTERCONFIG_USB_BIN"), {QStringLiteral("--follow")});
+        const sandbox::ProcessRun run =
+            sandbox::runProgram(sandbox::helperPath(), {QStringLiteral("--follow")});
         QCOMPARE(run.status, 0);
         QVERIFY2(run.output.contains(QLatin1String("printerconfig: not following the attached "
                                                    "printers: cannot reach the scheduler")),

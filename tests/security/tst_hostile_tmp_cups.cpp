@@ -159,20 +159,11 @@ private:
 
 void TestHostileTmpCups::initTestCase()
 {
-    REQUIRE_SANDBOX();
-    if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
-        !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT") ||
-        !qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR"))
-        QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
+    REQUIRE_REAL_CUPS();
     REQUIRE_ATTACKER();
-    const sandbox::ProcessRun status =
-        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
-    QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
-             qPrintable(status.output));
     for (const QString &path : {postScriptPpd, rawTextPpd, paths::textPrinterPreamble()})
         QVERIFY2(!sandbox::readFile(path).isEmpty(), qPrintable(path));
-    m_printerUri =
-        QStringLiteral("socket://127.0.0.1:%1").arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+    m_printerUri = sandbox::loopbackPrinterUri();
     Printer::setDefaultPrinterName(QString());
 
     // The device's configuration folders, made by root before the tool runs.

@@ -32,7 +32,7 @@ bool attach(const QByteArray &uri)
 // The helper, run as the given command line of a unit; prefix (such as setpriv) first.
 sandbox::ProcessRun helper(const QString &mode, const QStringList &prefix = {})
 {
-    const QString program = qEnvironmentVariable("PRINTERCONFIG_USB_BIN");
+    const QString program = sandbox::helperPath();
     if (prefix.isEmpty())
         return sandbox::runProgram(program, {mode});
     return sandbox::runProgram(prefix.first(), prefix.mid(1) + QStringList{program, mode});
@@ -82,8 +82,7 @@ private slots:
     void initTestCase()
     {
         REQUIRE_SANDBOX();
-        QVERIFY2(QFileInfo(qEnvironmentVariable("PRINTERCONFIG_USB_BIN")).isExecutable(),
-                 "PRINTERCONFIG_USB_BIN must name the built helper");
+        REQUIRE_BUILT_HELPER();
     }
     void init()
     {

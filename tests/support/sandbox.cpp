@@ -22,6 +22,36 @@ bool requireSandbox()
     return inside();
 }
 
+bool realCups()
+{
+    return qEnvironmentVariableIsSet("CUPS_SERVER") &&
+           qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT") &&
+           qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR");
+}
+
+bool schedulerRunning(QString *said)
+{
+    const ProcessRun run = runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
+    *said = run.output;
+    return run.output.contains(QLatin1String("scheduler is running"));
+}
+
+QString loopbackPrinterUri()
+{
+    return QStringLiteral("socket://127.0.0.1:%1")
+        .arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+}
+
+QString programPath()
+{
+    return qEnvironmentVariable("PRINTERCONFIG_BIN");
+}
+
+QString helperPath()
+{
+    return qEnvironmentVariable("PRINTERCONFIG_USB_BIN");
+}
+
 QList<QStringList> fakeCalls()
 {
     QList<QStringList> calls;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QFileInfo>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -13,6 +14,19 @@ bool inside();
 // Fails the calling test (returns false) when not inside the sandbox, so that running a
 // test binary by hand can never write to the host's /tmp or /etc/cups.
 bool requireSandbox();
+
+// True in "run-in-sandbox --real-cups": CUPS's own scheduler and the loopback printer are
+// there (CUPS_SERVER, SANDBOX_PRINTER_PORT and SANDBOX_JOBS_DIR are set).
+bool realCups();
+// True when lpstat says the scheduler is running; what it said in *said.
+bool schedulerRunning(QString *said);
+// The device address of the loopback printer of the real-CUPS mode.
+QString loopbackPrinterUri();
+
+// The built program and its helper, as CTest names them to every test
+// (PRINTERCONFIG_BIN, PRINTERCONFIG_USB_BIN).
+QString programPath();
+QString helperPath();
 
 // Every invocation of a fake CUPS tool or device script so far: the program's name
 // followed by its arguments.
@@ -66,3 +80,22 @@ QByteArray waitForLoopbackJob(int number, int timeoutMs = 30000);
         if (!sandbox::requireSandbox())                                                            \
             QFAIL("This test writes system paths and must run inside run-in-sandbox");             \
     } while (0)
+
+// REQUIRE_SANDBOX(), then skips the calling test, saying why, unless the sandbox runs CUPS's
+// own scheduler and the loopback printer, and fails it unless the scheduler answers.
+#define REQUIRE_REAL_CUPS()                                                                        \
+    do {                                                                                           \
+        REQUIRE_SANDBOX();                                                                         \
+        if (!sandbox::realCups())                                                                  \
+            QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");       \
+        QString schedulerSaid;                                                                     \
+        QVERIFY2(sandbox::schedulerRunning(&schedulerSaid), qPrintable(schedulerSaid));            \
+    } while (0)
+
+// Fails the calling test unless CTest named the built program (or helper) it runs.
+#define REQUIRE_BUILT_PROGRAM()                                                                    \
+    QVERIFY2(QFileInfo(sandbox::programPath()).isExecutable(),                                     \
+             "PRINTERCONFIG_BIN must name the built program")
+#define REQUIRE_BUILT_HELPER()                                                                     \
+    QVERIFY2(QFileInfo(sandbox::helperPath()).isExecutable(),                                      \
+             "PRINTERCONFIG_USB_BIN must name the built helper")

@@ -230,6 +230,11 @@ class Reader:
             self.press(key)
         raise Failed("Tab never reached '%s'" % name)
 
+    def press_button(self, name, moves_focus=False):
+        """Tabs to the button and presses it with the space bar."""
+        self.tab_to(name)
+        return self.press("space", moves_focus=moves_focus)
+
     def census(self, label, window):
         """Walks the whole Tab order and back to where it began; prints the window's
         line."""
@@ -276,20 +281,46 @@ class Reader:
             say("fail: " + self.mismatches[-1])
 
 
-def add_printer(reader, name):
+OFFICE_ITEM = "list item 'Office' described 'USB printer, the default printer'"
+
+
+def open_wizard(reader):
+    """Adds a printer from the printer list; returns the wizard."""
     reader.give_keyboard("Printer Configuration")
-    reader.tab_to("Add")
-    reader.press("space", moves_focus=False)
-    wizard = reader.give_keyboard("Printer Configuration Wizard")
-    reader.census("wizard, preferences", wizard)
+    reader.press_button("Add")
+    return reader.give_keyboard("Printer Configuration Wizard")
+
+
+def type_name(reader, name):
     reader.tab_to("Printer name")
     reader.press("ctrl+a", moves_focus=False)
     reader.type_text(name)
-    reader.tab_to("Next")
-    reader.press("space")
-    reader.census("wizard, summary", wizard)
-    reader.tab_to("OK")
-    reader.press("space", moves_focus=False)
+
+
+def go_through_wizard(reader, wizard, label, name=None):
+    """Walks the preferences page (typing the name, if given), goes on to the summary,
+    walks it and presses OK."""
+    reader.census(label + ", preferences", wizard)
+    if name is not None:
+        type_name(reader, name)
+    reader.press_button("Next", moves_focus=True)
+    reader.census(label + ", summary", wizard)
+    reader.press_button("OK")
+
+
+def choose_printer(reader, item):
+    """Goes to the printer list and chooses its first printer with the Down key; the
+    reader must announce it as item."""
+    reader.tab_to("Printers")
+    reader.press("Down")
+    reader.expect_focus(item)
+
+
+def read_box(reader, title, label):
+    """Walks a message box and closes it with Return."""
+    box = reader.give_keyboard(title)
+    reader.census(label, box)
+    reader.press("Return", moves_focus=False)
 
 
 def main():
@@ -303,68 +334,42 @@ def main():
         reader.census("printer list", window)
         reader.expect_focus("list 'Printers'")
 
-        add_printer(reader, "Office")
+        go_through_wizard(reader, open_wizard(reader), "wizard", name="Office")
 
         # The new printer, chosen with the arrow keys.
         reader.give_keyboard("Printer Configuration")
-        reader.tab_to("Printers")
-        reader.press("Down")
-        reader.expect_focus("list item 'Office' described 'USB printer, the default printer'")
+        choose_printer(reader, OFFICE_ITEM)
 
         # A test page, and the box that says it was sent.
-        reader.tab_to("Test")
-        reader.press("space", moves_focus=False)
-        box = reader.give_keyboard("Printer")
-        reader.census("test page box", box)
-        reader.press("Return", moves_focus=False)
+        reader.press_button("Test")
+        read_box(reader, "Printer", "test page box")
 
         # The default, then an edit through the wizard.
         reader.give_keyboard("Printer Configuration")
-        reader.tab_to("Default")
-        reader.press("space", moves_focus=False)
+        reader.press_button("Default")
         # The list is read afresh after each action, with no printer chosen: the printer
         # is chosen again, and Edit is the control before the list.
-        reader.tab_to("Printers")
-        reader.press("Down")
-        reader.expect_focus("list item 'Office' described 'USB printer, the default printer'")
+        choose_printer(reader, OFFICE_ITEM)
         reader.press("shift+Tab")
         reader.expect_focus("push button 'Edit' described 'Edit Printer'")
         reader.press("space", moves_focus=False)
         wizard = reader.give_keyboard("Printer Configuration")
-        reader.census("wizard (edit), preferences", wizard)
-        reader.tab_to("Next")
-        reader.press("space")
-        reader.census("wizard (edit), summary", wizard)
-        reader.tab_to("OK")
-        reader.press("space", moves_focus=False)
+        go_through_wizard(reader, wizard, "wizard (edit)")
 
         # A name with a blank is refused in a box; Cancel leaves the wizard.
-        reader.give_keyboard("Printer Configuration")
-        reader.tab_to("Add")
-        reader.press("space", moves_focus=False)
-        reader.give_keyboard("Printer Configuration Wizard")
-        reader.tab_to("Printer name")
-        reader.press("ctrl+a", moves_focus=False)
-        reader.type_text("my printer")
-        reader.tab_to("Next")
-        reader.press("space", moves_focus=False)
-        box = reader.give_keyboard("Printer Configuration")
-        reader.census("name refusal box", box)
-        reader.press("Return", moves_focus=False)
+        open_wizard(reader)
+        type_name(reader, "my printer")
+        reader.press_button("Next")
+        read_box(reader, "Printer Configuration", "name refusal box")
         reader.give_keyboard("Printer Configuration Wizard")
         reader.expect_focus("text 'Printer name'")
-        reader.tab_to("Cancel")
-        reader.press("space", moves_focus=False)
+        reader.press_button("Cancel")
 
         # Delete the printer, then close the window.
         reader.give_keyboard("Printer Configuration")
-        reader.tab_to("Printers")
-        reader.press("Down")
-        reader.expect_focus("list item 'Office' described 'USB printer, the default printer'")
-        reader.tab_to("Delete")
-        reader.press("space", moves_focus=False)
-        reader.tab_to("Close")
-        reader.press("space", moves_focus=False)
+        choose_printer(reader, OFFICE_ITEM)
+        reader.press_button("Delete")
+        reader.press_button("Close")
         if reader.mismatches:
             return 1
         say("done")

@@ -120,6 +120,23 @@ QStringList tabWalk(int steps, Qt::Key key = Qt::Key_Tab)
     return walk;
 }
 
+// Clicks the button, checks that every control of the message box it opens is named and
+// answers the box with the key, pressed on the control that has the focus; true when a box
+// opened. *focused: the name of that control.
+bool answerBoxWithKey(QPushButton *button, const QString &where, Qt::Key key, QString *focused)
+{
+    return answerModal([button] { button->click(); },
+                       [&](QWidget *box) {
+                           QVERIFY(QTest::qWaitForWindowExposed(box));
+                           VERIFY_EVERY_CONTROL_NAMED(box, where);
+                           *focused = QApplication::focusWidget()
+                                          ? nameOf(QApplication::focusWidget())
+                                          : QString();
+                           QTest::keyClick(QApplication::focusWidget(), key);
+                           QVERIFY(!box->isVisible());
+                       });
+}
+
 const char *const wizardPages[] = {"pwStart", "pwDiscovery", "pwAvailable", "pwAdd",   "pwManu",
                                    "pwModel", "pwDriver",    "pwPref",      "pwFinish"};
 
@@ -358,16 +375,7 @@ private slots:
         ShellRecorder shell;
         auto *test = requireChild<QPushButton>(&window, "bTest");
         QString answered;
-        QVERIFY(answerModal([test] { test->click(); },
-                            [&](QWidget *box) {
-                                QVERIFY(QTest::qWaitForWindowExposed(box));
-                                VERIFY_EVERY_CONTROL_NAMED(box, QStringLiteral("test page box"));
-                                answered = QApplication::focusWidget()
-                                               ? nameOf(QApplication::focusWidget())
-                                               : QString();
-                                QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
-                                QVERIFY(!box->isVisible());
-                            }));
+        QVERIFY(answerBoxWithKey(test, QStringLiteral("test page box"), Qt::Key_Return, &answered));
         QCOMPARE(answered, QStringLiteral("OK"));
 
         // The wizard's refusal of a name with a blank.
@@ -379,16 +387,7 @@ private slots:
         requireChild<QLineEdit>(&wizard, "leName_2")->setText(QStringLiteral("my printer"));
         auto *next = requireChild<QPushButton>(&wizard, "bNext");
         answered.clear();
-        QVERIFY(answerModal([next] { next->click(); },
-                            [&](QWidget *box) {
-                                QVERIFY(QTest::qWaitForWindowExposed(box));
-                                VERIFY_EVERY_CONTROL_NAMED(box, QStringLiteral("name refusal"));
-                                answered = QApplication::focusWidget()
-                                               ? nameOf(QApplication::focusWidget())
-                                               : QString();
-                                QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
-                                QVERIFY(!box->isVisible());
-                            }));
+        QVERIFY(answerBoxWithKey(next, QStringLiteral("name refusal"), Qt::Key_Space, &answered));
         QCOMPARE(answered, QStringLiteral("OK"));
     }
 };

@@ -87,18 +87,9 @@ private:
 
 void TestEndToEnd::initTestCase()
 {
-    REQUIRE_SANDBOX();
-    if (!qEnvironmentVariableIsSet("CUPS_SERVER") ||
-        !qEnvironmentVariableIsSet("SANDBOX_PRINTER_PORT") ||
-        !qEnvironmentVariableIsSet("SANDBOX_JOBS_DIR"))
-        QSKIP("needs the scheduler and loopback printer of run-in-sandbox --real-cups");
-    const sandbox::ProcessRun status =
-        sandbox::runProgram(QStringLiteral("lpstat"), {QStringLiteral("-r")});
-    QVERIFY2(status.output.contains(QLatin1String("scheduler is running")),
-             qPrintable(status.output));
+    REQUIRE_REAL_CUPS();
 
-    deviceUri =
-        QStringLiteral("socket://127.0.0.1:%1").arg(qEnvironmentVariable("SANDBOX_PRINTER_PORT"));
+    deviceUri = sandbox::loopbackPrinterUri();
     // The device's configuration folders exist before the tool ever runs.
     QVERIFY(QDir().mkpath(paths::stagingFolder()));
     QVERIFY(QDir().mkpath(paths::registryFolder()));
@@ -301,7 +292,7 @@ void TestEndToEnd::configureRunRestoresStagedPpdIntoEmptiedCupsFolder()
         QVERIFY(QFile::remove(folder.filePath(file)));
     QVERIFY(!QFileInfo::exists(queuePpd));
 
-    const QString program = qEnvironmentVariable("PRINTERCONFIG_BIN");
+    const QString program = sandbox::programPath();
     QVERIFY2(QFileInfo(program).isExecutable(), qPrintable(program));
     const sandbox::ProcessRun configure = sandbox::runProgram(program, {QStringLiteral("-c")});
     QVERIFY2(configure.status == 0, qPrintable(configure.output));

@@ -164,8 +164,7 @@ private slots:
     void initTestCase()
     {
         REQUIRE_SANDBOX();
-        QVERIFY2(QFileInfo(qEnvironmentVariable("PRINTERCONFIG_BIN")).isExecutable(),
-                 "PRINTERCONFIG_BIN must name the built program");
+        REQUIRE_BUILT_PROGRAM();
     }
 
     void aPrinterIsAddedAndManagedWithTheKeyboardAloneAndEveryControlIsNamed()
@@ -195,7 +194,7 @@ private slots:
         program.setProcessEnvironment(programEnv);
         program.setStandardOutputFile(QProcess::nullDevice());
         program.setStandardErrorFile(QProcess::nullDevice());
-        program.start(qEnvironmentVariable("PRINTERCONFIG_BIN"), QStringList());
+        program.start(sandbox::programPath(), QStringList());
         QVERIFY(program.waitForStarted());
 
         QVERIFY2(reader.waitForFinished(240000), "the reader did not finish");
