@@ -82,8 +82,8 @@ int run(bool follow)
     }
     const QStringList listed = usbqueues::addressesOf(lines);
     if (follow)
-        qDebug().noquote() << "printerconfig-usb --follow -" << printersOnBus
-                           << "printers on the bus," << listed.size() << "listed";
+        qDebug().noquote() << "printerconfig-usb --follow - printers on the bus:" << printersOnBus
+                           << "listed:" << listed.size();
     QList<scheduler::Queue> queues;
     const bool asked = follow && askForDeviceQueues(&queues);
     lines = usbqueues::withBusyPrinters(lines, queues, printersOnBus);
