@@ -86,6 +86,34 @@ void removeCacheAndLeftovers()
         sandbox::removePath(paths::scratchFolder() + QLatin1Char('/') + name);
 }
 
+const QString backend = paths::backendFolder() + QStringLiteral("/usb");
+
+// The usb backend as a shell script of ours, mode 0755.
+bool installBackend(const QByteArray &script)
+{
+    return sandbox::writeFile(backend, "#!/bin/sh\n" + script) &&
+           QFile::setPermissions(backend, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                              QFileDevice::ExeOwner | QFileDevice::ReadGroup |
+                                              QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                                              QFileDevice::ExeOther);
+}
+
+// Runs the helper as the hot-plug unit does, in the sandbox without a scheduler: it writes
+// the device list and moves no queue.
+bool followWithoutScheduler()
+{
+    const sandbox::ProcessRun run =
+        sandbox::runProgram(sandbox::helperPath(), {QStringLiteral("--follow")});
+    if (run.status != 0 || !run.output.contains(QLatin1String(
+                               "printerconfig: not following the attached printers: cannot "
+                               "reach the scheduler"))) {
+        qWarning("printerconfig-usb --follow ended with %d: %s", run.status,
+                 qPrintable(run.output));
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(scheduler::Queue)
@@ -316,24 +344,71 @@ private slots:
         removeCacheAndLeftovers();
         sandbox::removePath(QStringLiteral("/tmp/config"));
         QVERIFY(storeRecord(QStringLiteral("Label"), label));
-        const QString backend = paths::backendFolder() + QStringLiteral("/usb");
-        QVERIFY(sandbox::writeFile(backend, "#!/bin/sh\necho 'direct " + swapped.toUtf8() +
-                                                " \"Acme Label\" \"Label\" \"\" \"\"'\n"));
-        QVERIFY(QFile::setPermissions(backend, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                   QFileDevice::ExeOwner | QFileDevice::ReadGroup |
-                                                   QFileDevice::ExeGroup | QFileDevice::ReadOther |
-                                                   QFileDevice::ExeOther));
+        QVERIFY(installBackend("echo 'direct " + swapped.toUtf8() +
+                               " \"Acme Label\" \"Label\" \"\" \"\"'\n"));
         sandbox::clearFakeCalls();
-        const sandbox::ProcessRun run =
-            sandbox::runProgram(sandbox::helperPath(), {QStringLiteral("--follow")});
-        QCOMPARE(run.status, 0);
-        QVERIFY2(run.output.contains(QLatin1String("printerconfig: not following the attached "
-                                                   "printers: cannot reach the scheduler")),
-                 qPrintable(run.output));
+        QVERIFY(followWithoutScheduler());
         QCOMPARE(sandbox::readFile(cache), "direct " + swapped.toUtf8() + '\n');
         QCOMPARE(sandbox::fakeCalls(), QList<QStringList>());
         sandbox::removePath(backend);
         sandbox::removePath(QStringLiteral("/tmp/config"));
+        removeCacheAndLeftovers();
+    }
+
+    // Printers plugged in while the backend lists: the kernel's count changed meanwhile,
+    // so the hot-plug run lists again until the listing and the count describe one moment,
+    // three listings at most. The device list is the last listing's.
+    void aPrinterPluggedInWhileTheBackendListsIsListedAgain_data()
+    {
+        QTest::addColumn<int>("plugs");
+        QTest::addColumn<int>("listings");
+        QTest::newRow("none") << 0 << 1;
+        QTest::newRow("one") << 1 << 2;
+        QTest::newRow("one during each listing") << 10 << 3;
+    }
+    void aPrinterPluggedInWhileTheBackendListsIsListedAgain()
+    {
+        QFETCH(int, plugs);
+        QFETCH(int, listings);
+        REQUIRE_SANDBOX();
+        removeCacheAndLeftovers();
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QVERIFY(storeRecord(QStringLiteral("Label"), label));
+        QVERIFY(sandbox::putPrintersOnBus(1));
+        // Listing N prints N printers, then plugs in printer N + 1 while plugs last.
+        const QString counter = QStringLiteral("/tmp/.listings");
+        sandbox::removePath(counter);
+        QVERIFY(installBackend(
+            "n=$(($(cat " + counter.toUtf8() +
+            " 2>/dev/null || echo 0) + 1))\n"
+            "echo $n >" +
+            counter.toUtf8() +
+            "\n"
+            "i=1\n"
+            "while [ $i -le $n ]; do\n"
+            "    echo \"direct usb://Acme/Label?serial=$i \\\"Acme Label\\\" \\\"Label\\\" "
+            "\\\"\\\" \\\"\\\"\"\n"
+            "    i=$((i + 1))\n"
+            "done\n"
+            "if [ $n -le " +
+            QByteArray::number(plugs) +
+            " ]; then\n"
+            "    d=" +
+            QFile::encodeName(paths::usbDeviceFolder()) +
+            "/1-$((n + 1)):1.0\n"
+            "    mkdir -p $d && echo 07 >$d/bInterfaceClass && echo 01 >$d/bInterfaceSubClass &&\n"
+            "        echo 02 >$d/bInterfaceProtocol\n"
+            "fi\n"));
+        QVERIFY(followWithoutScheduler());
+        QCOMPARE(sandbox::readFile(counter).trimmed().toInt(), listings);
+        QByteArray expected;
+        for (int i = 1; i <= listings; ++i)
+            expected += "direct usb://Acme/Label?serial=" + QByteArray::number(i) + '\n';
+        QCOMPARE(sandbox::readFile(cache), expected);
+        sandbox::removePath(backend);
+        sandbox::removePath(counter);
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QVERIFY(sandbox::putPrintersOnBus(0));
         removeCacheAndLeftovers();
     }
 
