@@ -37,6 +37,9 @@ inline QString localDriverDatabase() { return QStringLiteral("/tmp/config/files/
 // The paper sizes a new printer is offered are read from this description.
 inline QString newPrinterPaperSizesPpd() { return QStringLiteral("/usr/share/ppd/std1/Generic/Generic-PCL_4_Printer-laserjet.ppd"); }
 
+// The kernel's USB devices and their interfaces, one folder each ("1-1", "1-1:1.0").
+inline QString usbDeviceFolder() { return QStringLiteral("/sys/bus/usb/devices"); }
+
 inline QString fallbackUsbDevice() { return QStringLiteral("usb:/dev/usb/lp0"); }
 inline QString rawTextDriverMarker() { return QStringLiteral("-Generic-Text-Only-Raw.ppd"); }
 

@@ -4,8 +4,11 @@
 #include "discovery/backendrun.h"
 #include "discovery/discovery.h"
 
+#include <QDirIterator>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QSet>
 
 #include <sys/stat.h>
 
@@ -39,6 +42,30 @@ bool isRootsProgram(const QString &path, QString *reason)
         return false;
     }
     return true;
+}
+
+// An attribute the kernel writes as a number in hexadecimal ("07\n"); -1 when it cannot
+// be read or is not such a number. A few bytes are read at most.
+int hexAttribute(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray text = file.read(8).trimmed();
+    bool ok = false;
+    const int value = text.toInt(&ok, 16);
+    return ok && !text.isEmpty() && text.size() <= 2 ? value : -1;
+}
+
+// Whether the interface is one the usb backend prints through: the printer class, the
+// printer subclass, and the unidirectional or bidirectional protocol (not IEEE 1284.4,
+// not IPP over USB).
+bool isPrinterInterface(const QString &interfaceFolder)
+{
+    const int protocol = hexAttribute(interfaceFolder + QStringLiteral("/bInterfaceProtocol"));
+    return hexAttribute(interfaceFolder + QStringLiteral("/bInterfaceClass")) == 0x07 &&
+           hexAttribute(interfaceFolder + QStringLiteral("/bInterfaceSubClass")) == 0x01 &&
+           (protocol == 0x01 || protocol == 0x02);
 }
 } // namespace
 
@@ -88,6 +115,24 @@ bool list(QStringList *lines, QString *reason)
     }
     *lines = directUsbLines(output.bytes());
     return true;
+}
+
+int printersOnBus(const QString &folder)
+{
+    // An interface's folder: bus, ports, configuration and interface numbers
+    // ("1-1.4:1.0"); the device is the part before the colon. Root hubs ("usb1") and
+    // devices ("1-1") have other names.
+    static const QRegularExpression interfaceName(
+        QStringLiteral("^([0-9]{1,3}-[0-9]{1,3}(?:\\.[0-9]{1,3}){0,6}):[0-9]{1,3}\\.[0-9]{1,3}$"));
+    QSet<QString> printers;
+    QDirIterator entries(folder, QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    for (int seen = 0; entries.hasNext() && seen < busEntryCap; ++seen) {
+        entries.next();
+        const QRegularExpressionMatch match = interfaceName.match(entries.fileName());
+        if (match.hasMatch() && isPrinterInterface(entries.filePath()))
+            printers.insert(match.captured(1));
+    }
+    return printers.size();
 }
 
 } // namespace usbdevices

@@ -27,4 +27,19 @@ QStringList directUsbLines(const QByteArray &backendOutput);
 // within listTimeoutMs (it is then killed).
 bool list(QStringList *lines, QString *reason);
 
+// How many USB devices the kernel has on its buses with a printer interface that the usb
+// backend prints through (class 07 printer, subclass 01, protocol 01 unidirectional or 02
+// bidirectional), as the kernel shows them in folder (paths::usbDeviceFolder(); a test
+// gives a folder of its own): one folder an interface, "BUS-PORTS:CONFIG.INTERFACE", with
+// the attributes bInterfaceClass, bInterfaceSubClass and bInterfaceProtocol in
+// hexadecimal. The backend leaves out a printer it cannot open, and it cannot open one
+// that is printing; the kernel counts every printer attached. Only those three numbers
+// are read, a few bytes each, and at most busEntryCap entries of the folder: no text
+// that a device chooses (serial number, names) is read. 0 when the folder is missing (a
+// machine without USB).
+int printersOnBus(const QString &folder);
+
+// A bus holds a few dozen entries; a folder with more is not the kernel's.
+constexpr int busEntryCap = 4096;
+
 } // namespace usbdevices

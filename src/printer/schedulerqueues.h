@@ -14,9 +14,10 @@ struct Queue
     QString name;            // printer-name
     QString deviceUri;       // device-uri, as the scheduler shows it (without a password)
     bool processing = false; // printer-state "processing": it has a job under way
-    // printer-state-reasons holds "connecting-to-device": the job's backend is looking
-    // for the printer. CUPS's usb backend says so while it waits for a printer that is
-    // not there, and takes it back once it has opened the printer.
+    // printer-state-reasons holds "connecting-to-device": the job's backend says it is
+    // looking for the printer. Not every backend says so: CUPS's usb backend, waiting for
+    // a printer that is not attached, shows only the message "Waiting for printer to
+    // become available." and no reason at all.
     bool connecting = false;
     // printer-is-temporary: a queue made for a printer found on the network, or by any
     // local user with CUPS-Create-Local-Printer; the scheduler forgets it again.

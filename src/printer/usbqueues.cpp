@@ -84,19 +84,42 @@ QList<scheduler::Queue> deviceQueues(const QStringList &names,
     return own;
 }
 
-bool isPrinting(const scheduler::Queue &queue)
+bool isPrinting(const scheduler::Queue &queue, const QStringList &listed, int printersOnBus)
 {
-    return queue.processing && !queue.connecting;
+    return queue.processing && !queue.connecting && printersOnBus > listed.size() &&
+           !listed.contains(queue.deviceUri);
 }
 
-QStringList withBusyPrinters(const QStringList &lines, const QList<scheduler::Queue> &queues)
+namespace {
+// The addresses of the queues that isPrinting on a printer that is not listed, each once,
+// in the queues' order, where they may stand in the device list.
+QStringList busyAddresses(const QList<scheduler::Queue> &queues, const QStringList &listed,
+                          int printersOnBus)
+{
+    QStringList busy;
+    for (const scheduler::Queue &queue : queues) {
+        if (isPrinting(queue, listed, printersOnBus) && mayStandInTheList(queue.deviceUri) &&
+            !busy.contains(queue.deviceUri))
+            busy += queue.deviceUri;
+    }
+    return busy;
+}
+} // namespace
+
+QStringList addressesOf(const QStringList &lines)
+{
+    QStringList uris;
+    for (const QString &line : lines)
+        uris += line.section(QLatin1Char(' '), 1);
+    return uris;
+}
+
+QStringList withBusyPrinters(const QStringList &lines, const QList<scheduler::Queue> &queues,
+                             int printersOnBus)
 {
     QStringList list = lines;
-    for (const scheduler::Queue &queue : queues) {
-        const QString line = directPrefix + queue.deviceUri;
-        if (isPrinting(queue) && mayStandInTheList(queue.deviceUri) && !list.contains(line))
-            list += line;
-    }
+    for (const QString &uri : busyAddresses(queues, addressesOf(lines), printersOnBus))
+        list += directPrefix + uri;
     return list;
 }
 
@@ -107,13 +130,15 @@ QString makeAndModel(const QString &uri)
     return uri.mid(usbScheme.size()).section(QLatin1Char('?'), 0, 0);
 }
 
-QList<Move> movesToAttached(const QList<scheduler::Queue> &queues, const QStringList &attached)
+QList<Move> movesToAttached(const QList<scheduler::Queue> &queues, const QStringList &listed,
+                            int printersOnBus)
 {
+    const QStringList attached = listed + busyAddresses(queues, listed, printersOnBus);
     QList<Move> moves;
     if (attached.isEmpty())
         return moves;
     for (const scheduler::Queue &queue : queues) {
-        if (isPrinting(queue) || attached.contains(queue.deviceUri))
+        if (isPrinting(queue, listed, printersOnBus) || attached.contains(queue.deviceUri))
             continue;
         QString target = attached.first();
         const QString model = makeAndModel(queue.deviceUri);

@@ -1,12 +1,16 @@
 // The USB printers attached now, read from the usb backend as the boot and hot-plug units
-// read them: which lines count, and a backend that is missing, foreign, slow or endless.
+// read them: which lines count, and a backend that is missing, foreign, slow or endless;
+// and the printers on the kernel's USB buses, counted from a folder laid out as sysfs lays
+// out /sys/bus/usb/devices.
 #include "common/paths.h"
 #include "discovery/usbdevices.h"
 #include "support/sandbox.h"
 #include "support/stderrcapture.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -145,6 +149,77 @@ private slots:
         if (QTest::currentTestFailed())
             return;
         QVERIFY(elapsedMs < usbdevices::listTimeoutMs);
+    }
+
+    // The kernel's folder as the sandbox gives it: the machine's own devices are not there.
+    void theSandboxesBusIsItsOwn()
+    {
+        REQUIRE_SANDBOX();
+        QVERIFY(sandbox::putPrintersOnBus(0));
+        QCOMPARE(usbdevices::printersOnBus(paths::usbDeviceFolder()), 0);
+        QVERIFY(sandbox::putPrintersOnBus(2));
+        QCOMPARE(usbdevices::printersOnBus(paths::usbDeviceFolder()), 2);
+        QVERIFY(sandbox::putPrintersOnBus(0));
+    }
+
+    // Each device with an interface the usb backend prints through counts once; hubs,
+    // other classes, the IEEE 1284.4 and IPP-over-USB protocols and anything that is not
+    // an interface folder with the kernel's numbers count for nothing.
+    void theBusCountsEachDeviceWithAPrinterInterfaceOnce()
+    {
+        REQUIRE_SANDBOX();
+        QTemporaryDir bus;
+        QVERIFY(bus.isValid());
+        const QString folder = bus.path();
+        const auto plant = [&](const QString &device, const QStringList &interfaces) {
+            return sandbox::plantUsbDevice(folder, device, interfaces);
+        };
+        QCOMPARE(usbdevices::printersOnBus(folder), 0);
+        QVERIFY(QDir().mkpath(folder + QStringLiteral("/usb1"))); // a root hub
+        QVERIFY(plant(QStringLiteral("1-0"), {QStringLiteral("09/00/00")}));
+        QVERIFY(plant(QStringLiteral("1-1"), {QStringLiteral("07/01/02")}));
+        QVERIFY(
+            plant(QStringLiteral("1-2"), {QStringLiteral("07/01/01"), QStringLiteral("07/01/02")}));
+        QVERIFY(plant(QStringLiteral("1-3"), {QStringLiteral("07/01/04")})); // IPP over USB
+        QVERIFY(plant(QStringLiteral("1-4"), {QStringLiteral("07/01/03")})); // IEEE 1284.4
+        QVERIFY(plant(QStringLiteral("1-5"), {QStringLiteral("08/06/50")})); // a memory stick
+        QVERIFY(plant(QStringLiteral("1-6"), {QStringLiteral("07/02/02")}));
+        QVERIFY(plant(QStringLiteral("2-1.3"),
+                      {QStringLiteral("ff/00/00"), QStringLiteral("07/01/02")}));
+        QCOMPARE(usbdevices::printersOnBus(folder), 3);
+
+        // A number is read as a number, with or without its leading zero.
+        QVERIFY(plant(QStringLiteral("3-1"), {QStringLiteral("7/1/2")}));
+        QCOMPARE(usbdevices::printersOnBus(folder), 4);
+        // Text that is not a number of the kernel's, or no number at all.
+        QVERIFY(plant(QStringLiteral("3-2"), {QStringLiteral("0x07/01/02")}));
+        QVERIFY(plant(QStringLiteral("3-3"), {QStringLiteral("007/001/002")}));
+        QVERIFY(plant(QStringLiteral("3-4"), {QStringLiteral("07 junk/01/02")}));
+        QVERIFY(plant(QStringLiteral("3-5"), {QStringLiteral("/01/02")}));
+        QVERIFY(sandbox::writeFile(folder + QStringLiteral("/3-6:1.0/bInterfaceClass"), "07\n"));
+        QVERIFY(sandbox::writeFile(folder + QStringLiteral("/3-7:1.0/bInterfaceClass"),
+                                   "07\n" + QByteArray(100000, '0')));
+        // Names that are not an interface's.
+        QVERIFY(plant(QStringLiteral("x-1"), {QStringLiteral("07/01/02")}));
+        QVERIFY(plant(QStringLiteral("4-1:1.0-"), {QStringLiteral("07/01/02")}));
+        QCOMPARE(usbdevices::printersOnBus(folder), 4);
+        QCOMPARE(usbdevices::printersOnBus(folder + QStringLiteral("/missing")), 0);
+    }
+
+    // A folder with more entries than a bus holds is read up to the cap.
+    void theBusIsReadUpToItsCap()
+    {
+        REQUIRE_SANDBOX();
+        QTemporaryDir bus;
+        QVERIFY(bus.isValid());
+        for (int i = 0; i < usbdevices::busEntryCap + 10; ++i) {
+            const QString interface =
+                bus.path() + QStringLiteral("/%1-%2:1.0/").arg(i / 100 + 1).arg(i % 100 + 1);
+            QVERIFY(sandbox::writeFile(interface + QStringLiteral("bInterfaceClass"), "07\n"));
+            QVERIFY(sandbox::writeFile(interface + QStringLiteral("bInterfaceSubClass"), "01\n"));
+            QVERIFY(sandbox::writeFile(interface + QStringLiteral("bInterfaceProtocol"), "02\n"));
+        }
+        QCOMPARE(usbdevices::printersOnBus(bus.path()), usbdevices::busEntryCap);
     }
 };
 

@@ -52,8 +52,9 @@ scheduler::Queue queue(const QString &name, const QString &uri, bool processing 
     return q;
 }
 
-// A queue whose job waits for its printer: processing, its backend connecting to it.
-scheduler::Queue waiting(const QString &name, const QString &uri)
+// A queue whose job waits for its printer and whose backend says it is connecting to it
+// (CUPS's usb backend does not say so: such a queue is plainly processing).
+scheduler::Queue connecting(const QString &name, const QString &uri)
 {
     scheduler::Queue q = queue(name, uri, true);
     q.connecting = true;
@@ -85,8 +86,37 @@ void removeCacheAndLeftovers()
         sandbox::removePath(paths::scratchFolder() + QLatin1Char('/') + name);
 }
 
+const QString backend = paths::backendFolder() + QStringLiteral("/usb");
+
+// The usb backend as a shell script of ours, mode 0755.
+bool installBackend(const QByteArray &script)
+{
+    return sandbox::writeFile(backend, "#!/bin/sh\n" + script) &&
+           QFile::setPermissions(backend, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                              QFileDevice::ExeOwner | QFileDevice::ReadGroup |
+                                              QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                                              QFileDevice::ExeOther);
+}
+
+// Runs the helper as the hot-plug unit does, in the sandbox without a scheduler: it writes
+// the device list and moves no queue.
+bool followWithoutScheduler()
+{
+    const sandbox::ProcessRun run =
+        sandbox::runProgram(sandbox::helperPath(), {QStringLiteral("--follow")});
+    if (run.status != 0 || !run.output.contains(QLatin1String(
+                               "printerconfig: not following the attached printers: cannot "
+                               "reach the scheduler"))) {
+        qWarning("printerconfig-usb --follow ended with %d: %s", run.status,
+                 qPrintable(run.output));
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
+Q_DECLARE_METATYPE(scheduler::Queue)
 Q_DECLARE_METATYPE(QList<scheduler::Queue>)
 Q_DECLARE_METATYPE(QList<usbqueues::Move>)
 
@@ -134,6 +164,40 @@ private slots:
         QCOMPARE(own.at(1).deviceUri, label);
     }
 
+    // A queue processing a job on an address the backend did not list prints on an
+    // attached printer only when the bus holds a printer the backend could not open.
+    void aQueueIsPrintingOnlyWhenTheBusHoldsAnUnlistedPrinter_data()
+    {
+        QTest::addColumn<scheduler::Queue>("queue");
+        QTest::addColumn<QStringList>("listed");
+        QTest::addColumn<int>("printersOnBus");
+        QTest::addColumn<bool>("printing");
+        const QString name = QStringLiteral("Label");
+        QTest::newRow("busy: the only printer, unlisted")
+            << queue(name, label, true) << QStringList{} << 1 << true;
+        QTest::newRow("busy: another one plugged in and listed")
+            << queue(name, label, true) << QStringList{swapped} << 2 << true;
+        QTest::newRow("gone: its job waits, the new printer listed")
+            << queue(name, label, true) << QStringList{swapped} << 1 << false;
+        QTest::newRow("gone: its job waits, nothing attached")
+            << queue(name, label, true) << QStringList{} << 0 << false;
+        QTest::newRow("gone: the bus counted fewer than listed")
+            << queue(name, label, true) << QStringList{swapped, receipt} << 1 << false;
+        QTest::newRow("listed: the backend could open it")
+            << queue(name, label, true) << QStringList{label} << 2 << false;
+        QTest::newRow("idle") << queue(name, label) << QStringList{} << 1 << false;
+        QTest::newRow("its backend says it is connecting")
+            << connecting(name, label) << QStringList{} << 1 << false;
+    }
+    void aQueueIsPrintingOnlyWhenTheBusHoldsAnUnlistedPrinter()
+    {
+        QFETCH(scheduler::Queue, queue);
+        QFETCH(QStringList, listed);
+        QFETCH(int, printersOnBus);
+        QFETCH(bool, printing);
+        QCOMPARE(usbqueues::isPrinting(queue, listed, printersOnBus), printing);
+    }
+
     void aBusyPrinterStaysInTheList()
     {
         const QStringList listed = {QStringLiteral("direct ") + swapped};
@@ -145,12 +209,19 @@ private slots:
             queue(QStringLiteral("Blank"), QStringLiteral("usb://Acme/Label Two"), true),
             queue(QStringLiteral("Control"), QStringLiteral("usb://Acme/\x1b]0;"), true),
             queue(QStringLiteral("Desk"), QStringLiteral("usb:/dev/usb/lp0"), true),
-            waiting(QStringLiteral("Waiting"), receipt),
+            connecting(QStringLiteral("Waiting"), receipt),
         };
         QCOMPARE(
-            usbqueues::withBusyPrinters(listed, queues),
+            usbqueues::withBusyPrinters(listed, queues, 2),
             QStringList({QStringLiteral("direct ") + swapped, QStringLiteral("direct ") + label}));
-        QCOMPARE(usbqueues::withBusyPrinters(listed, {}), listed);
+        QCOMPARE(usbqueues::withBusyPrinters(listed, {}, 2), listed);
+        // Every printer on the bus listed: the processing queues wait for printers that
+        // are gone, and none of their addresses is added.
+        QCOMPARE(usbqueues::withBusyPrinters(listed, queues, 1), listed);
+        QCOMPARE(usbqueues::withBusyPrinters({}, queues, 0), QStringList());
+        QCOMPARE(
+            usbqueues::withBusyPrinters({}, queues, 1),
+            QStringList({QStringLiteral("direct ") + label, QStringLiteral("direct ") + swapped}));
     }
 
     void theMakeAndModelOfAnAddress_data()
@@ -175,50 +246,65 @@ private slots:
     void onlyAQueueWhosePrinterIsGoneFollows_data()
     {
         QTest::addColumn<QList<scheduler::Queue>>("queues");
-        QTest::addColumn<QStringList>("attached");
+        QTest::addColumn<QStringList>("listed");
+        QTest::addColumn<int>("printersOnBus");
         QTest::addColumn<QList<usbqueues::Move>>("moves");
         const QString other = QStringLiteral("usb://Other/Printer?serial=1");
         QTest::newRow("still attached")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
                                        queue(QStringLiteral("Receipt"), receipt)}
-            << QStringList{receipt, label} << QList<usbqueues::Move>{};
+            << QStringList{receipt, label} << 2 << QList<usbqueues::Move>{};
         QTest::newRow("gone: its make and model, though listed second")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
                                        queue(QStringLiteral("Receipt"), receipt)}
-            << QStringList{receipt, swapped}
+            << QStringList{receipt, swapped} << 2
             << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
         QTest::newRow("gone: no printer of its model, the first listed")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label)}
-            << QStringList{other, receipt}
+            << QStringList{other, receipt} << 2
             << QList<usbqueues::Move>{{QStringLiteral("Label"), other}};
         QTest::newRow("the fallback address: the first listed")
             << QList<scheduler::Queue>{queue(QStringLiteral("Desk"),
                                              QStringLiteral("usb:/dev/usb/lp0"))}
-            << QStringList{receipt, swapped}
+            << QStringList{receipt, swapped} << 2
             << QList<usbqueues::Move>{{QStringLiteral("Desk"), receipt}};
-        QTest::newRow("busy with a job")
+        QTest::newRow("busy with a job, another printer plugged in")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label, true)}
-            << QStringList{swapped} << QList<usbqueues::Move>{};
+            << QStringList{swapped} << 2 << QList<usbqueues::Move>{};
         QTest::newRow("a job waiting for the printer that is gone")
-            << QList<scheduler::Queue>{waiting(QStringLiteral("Label"), label)}
-            << QStringList{swapped} << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label, true)}
+            << QStringList{swapped} << 1
+            << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
+        QTest::newRow("a job waiting, its backend connecting, another printer busy")
+            << QList<scheduler::Queue>{connecting(QStringLiteral("Label"), label)}
+            << QStringList{swapped} << 2
+            << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
+        QTest::newRow("gone, and only a busy printer of its model attached")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
+                                       queue(QStringLiteral("Busy"), swapped, true)}
+            << QStringList{receipt} << 2
+            << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped}};
         QTest::newRow("nothing attached")
-            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label)} << QStringList{}
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label)} << QStringList{} << 0
             << QList<usbqueues::Move>{};
+        QTest::newRow("a job waiting, nothing attached")
+            << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label, true)} << QStringList{}
+            << 0 << QList<usbqueues::Move>{};
         QTest::newRow("each queue by itself")
             << QList<scheduler::Queue>{queue(QStringLiteral("Label"), label),
                                        queue(QStringLiteral("Desk1"), swapped),
                                        queue(QStringLiteral("Receipt"), receipt)}
-            << QStringList{other, swapped}
+            << QStringList{other, swapped} << 2
             << QList<usbqueues::Move>{{QStringLiteral("Label"), swapped},
                                       {QStringLiteral("Receipt"), other}};
     }
     void onlyAQueueWhosePrinterIsGoneFollows()
     {
         QFETCH(QList<scheduler::Queue>, queues);
-        QFETCH(QStringList, attached);
+        QFETCH(QStringList, listed);
+        QFETCH(int, printersOnBus);
         QFETCH(QList<usbqueues::Move>, moves);
-        QCOMPARE(usbqueues::movesToAttached(queues, attached), moves);
+        QCOMPARE(usbqueues::movesToAttached(queues, listed, printersOnBus), moves);
     }
 
     void eachMoveIsOneLpadminWithoutAShell()
@@ -258,24 +344,71 @@ private slots:
         removeCacheAndLeftovers();
         sandbox::removePath(QStringLiteral("/tmp/config"));
         QVERIFY(storeRecord(QStringLiteral("Label"), label));
-        const QString backend = paths::backendFolder() + QStringLiteral("/usb");
-        QVERIFY(sandbox::writeFile(backend, "#!/bin/sh\necho 'direct " + swapped.toUtf8() +
-                                                " \"Acme Label\" \"Label\" \"\" \"\"'\n"));
-        QVERIFY(QFile::setPermissions(backend, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                                   QFileDevice::ExeOwner | QFileDevice::ReadGroup |
-                                                   QFileDevice::ExeGroup | QFileDevice::ReadOther |
-                                                   QFileDevice::ExeOther));
+        QVERIFY(installBackend("echo 'direct " + swapped.toUtf8() +
+                               " \"Acme Label\" \"Label\" \"\" \"\"'\n"));
         sandbox::clearFakeCalls();
-        const sandbox::ProcessRun run =
-            sandbox::runProgram(sandbox::helperPath(), {QStringLiteral("--follow")});
-        QCOMPARE(run.status, 0);
-        QVERIFY2(run.output.contains(QLatin1String("printerconfig: not following the attached "
-                                                   "printers: cannot reach the scheduler")),
-                 qPrintable(run.output));
+        QVERIFY(followWithoutScheduler());
         QCOMPARE(sandbox::readFile(cache), "direct " + swapped.toUtf8() + '\n');
         QCOMPARE(sandbox::fakeCalls(), QList<QStringList>());
         sandbox::removePath(backend);
         sandbox::removePath(QStringLiteral("/tmp/config"));
+        removeCacheAndLeftovers();
+    }
+
+    // Printers plugged in while the backend lists: the kernel's count changed meanwhile,
+    // so the hot-plug run lists again until the listing and the count describe one moment,
+    // three listings at most. The device list is the last listing's.
+    void aPrinterPluggedInWhileTheBackendListsIsListedAgain_data()
+    {
+        QTest::addColumn<int>("plugs");
+        QTest::addColumn<int>("listings");
+        QTest::newRow("none") << 0 << 1;
+        QTest::newRow("one") << 1 << 2;
+        QTest::newRow("one during each listing") << 10 << 3;
+    }
+    void aPrinterPluggedInWhileTheBackendListsIsListedAgain()
+    {
+        QFETCH(int, plugs);
+        QFETCH(int, listings);
+        REQUIRE_SANDBOX();
+        removeCacheAndLeftovers();
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QVERIFY(storeRecord(QStringLiteral("Label"), label));
+        QVERIFY(sandbox::putPrintersOnBus(1));
+        // Listing N prints N printers, then plugs in printer N + 1 while plugs last.
+        const QString counter = QStringLiteral("/tmp/.listings");
+        sandbox::removePath(counter);
+        QVERIFY(installBackend(
+            "n=$(($(cat " + counter.toUtf8() +
+            " 2>/dev/null || echo 0) + 1))\n"
+            "echo $n >" +
+            counter.toUtf8() +
+            "\n"
+            "i=1\n"
+            "while [ $i -le $n ]; do\n"
+            "    echo \"direct usb://Acme/Label?serial=$i \\\"Acme Label\\\" \\\"Label\\\" "
+            "\\\"\\\" \\\"\\\"\"\n"
+            "    i=$((i + 1))\n"
+            "done\n"
+            "if [ $n -le " +
+            QByteArray::number(plugs) +
+            " ]; then\n"
+            "    d=" +
+            QFile::encodeName(paths::usbDeviceFolder()) +
+            "/1-$((n + 1)):1.0\n"
+            "    mkdir -p $d && echo 07 >$d/bInterfaceClass && echo 01 >$d/bInterfaceSubClass &&\n"
+            "        echo 02 >$d/bInterfaceProtocol\n"
+            "fi\n"));
+        QVERIFY(followWithoutScheduler());
+        QCOMPARE(sandbox::readFile(counter).trimmed().toInt(), listings);
+        QByteArray expected;
+        for (int i = 1; i <= listings; ++i)
+            expected += "direct usb://Acme/Label?serial=" + QByteArray::number(i) + '\n';
+        QCOMPARE(sandbox::readFile(cache), expected);
+        sandbox::removePath(backend);
+        sandbox::removePath(counter);
+        sandbox::removePath(QStringLiteral("/tmp/config"));
+        QVERIFY(sandbox::putPrintersOnBus(0));
         removeCacheAndLeftovers();
     }
 

@@ -42,8 +42,8 @@ const QString receipt = QStringLiteral("usb://Star/TSP143?serial=7");
 // CUPS's usb backend as the scheduler and the helper run it: without arguments it lists
 // the printers named in the list, one address a line; for a job it prints for as long as
 // the release file is missing (30 s at most), as a printer busy with a long job, or, while
-// the file "gone" exists, waits as long for its printer to appear and says it is
-// connecting to it, as CUPS's usb backend does.
+// the file "gone" exists, waits as long for its printer to appear. Waiting, it says what
+// CUPS's usb backend says, a message and no state reason.
 QByteArray backendScript()
 {
     const QByteArray list = QFile::encodeName(attachedList);
@@ -61,7 +61,7 @@ QByteArray backendScript()
            "fi\n"
            "[ ! -e " +
            away +
-           " ] || echo 'STATE: +connecting-to-device' >&2\n"
+           " ] || echo 'INFO: Waiting for printer to become available.' >&2\n"
            "i=0\n"
            "while [ ! -e " +
            done +
@@ -70,20 +70,22 @@ QByteArray backendScript()
            "exit 0\n";
 }
 
-bool attach(const QList<QByteArray> &uris)
+// The printers attached: the backend lists uris, and the kernel has those on its bus and
+// busy more, printers the backend cannot open because they are printing.
+bool attach(const QList<QByteArray> &uris, int busy = 0)
 {
     QByteArray lines;
     for (const QByteArray &uri : uris)
         lines += uri + '\n';
-    return sandbox::writeFile(attachedList, lines);
+    return sandbox::writeFile(attachedList, lines) && sandbox::putPrintersOnBus(uris.size() + busy);
 }
 
-bool attach(const QStringList &uris)
+bool attach(const QStringList &uris, int busy = 0)
 {
     QList<QByteArray> bytes;
     for (const QString &uri : uris)
         bytes += uri.toUtf8();
-    return attach(bytes);
+    return attach(bytes, busy);
 }
 
 sandbox::ProcessRun tool(const QString &program, const QStringList &arguments)
@@ -207,9 +209,9 @@ private:
     }
 
     // Starts a job on the queue and waits until the scheduler reports the queue printing
-    // it (with the given alert, when one is given): its backend runs until the release file
-    // appears.
-    static bool startLongJob(const QString &queue, const QString &alert = QString())
+    // it (with the given message of its backend, when one is given): its backend runs
+    // until the release file appears.
+    static bool startLongJob(const QString &queue, const QString &message = QString())
     {
         if (!sandbox::writeFile(jobFile, "a long job\n"))
             return false;
@@ -221,7 +223,7 @@ private:
             const sandbox::ProcessRun state =
                 tool(QStringLiteral("lpstat"), {QStringLiteral("-l"), QStringLiteral("-p"), queue});
             if (state.output.contains(QLatin1String("now printing")) &&
-                (alert.isEmpty() || state.output.contains(QStringLiteral("Alerts: ") + alert)))
+                (message.isEmpty() || state.output.contains(message)))
                 return true;
             QThread::msleep(100);
         }
@@ -402,13 +404,15 @@ private slots:
         QCOMPARE(deviceOf(QStringLiteral("Label")), receipt);
     }
 
-    // CUPS's usb backend cannot open a printer that is printing, so it does not list it.
-    // A hot-plug run meanwhile (another USB device plugged in) keeps it in the device list
-    // and leaves its queue where it is.
+    // CUPS's usb backend cannot open a printer that is printing, so it does not list it;
+    // the kernel has it on its bus all the same. A hot-plug run meanwhile (another USB
+    // device plugged in, udev announcing the printer again) keeps it in the device list and
+    // leaves its queue where it is.
     void aPrinterBusyWithAJobStaysInTheDeviceList()
     {
         QVERIFY(installPrinter(QStringLiteral("Label"), label));
         QVERIFY(startLongJob(QStringLiteral("Label")));
+        QVERIFY(attach(QStringList(), 1));
         QVERIFY(follow());
         QCOMPARE(sandbox::readFile(cache), "direct " + label.toUtf8() + '\n');
         QCOMPARE(lpadminCalls(), noMove);
@@ -421,7 +425,7 @@ private slots:
     {
         QVERIFY(installPrinter(QStringLiteral("Label"), label));
         QVERIFY(startLongJob(QStringLiteral("Label")));
-        QVERIFY(attach({swapped}));
+        QVERIFY(attach({swapped}, 1));
         QVERIFY(follow());
         QCOMPARE(lpadminCalls(), noMove);
         QCOMPARE(deviceOf(QStringLiteral("Label")), label);
@@ -429,19 +433,35 @@ private slots:
                  "direct " + swapped.toUtf8() + "\ndirect " + label.toUtf8() + '\n');
     }
 
-    // A job sent while the printer was away waits for it, its backend looking for the
-    // printer: the queue is processing, but its printer is gone all the same, and it
-    // follows the printer swapped in; the job goes there.
+    // A job sent while the printer was away waits for it: the queue is processing, its
+    // backend says only that it waits (no state reason, as CUPS's usb backend), and the
+    // kernel has no printer on its bus but the one listed. The printer is gone, the queue
+    // follows the printer swapped in, and the job goes there.
     void aQueueWhoseJobWaitsForItsGonePrinterFollows()
     {
         QVERIFY(installPrinter(QStringLiteral("Label"), label));
         QVERIFY(sandbox::writeFile(gone, QByteArray()));
-        QVERIFY(startLongJob(QStringLiteral("Label"), QStringLiteral("connecting-to-device")));
+        QVERIFY(startLongJob(QStringLiteral("Label"),
+                             QStringLiteral("Waiting for printer to become available.")));
         QVERIFY(attach({swapped}));
         QVERIFY(follow());
         QCOMPARE(lpadminCalls(), onlyMove(QStringLiteral("Label"), swapped));
         QCOMPARE(deviceOf(QStringLiteral("Label")), swapped);
         QCOMPARE(sandbox::readFile(cache), "direct " + swapped.toUtf8() + '\n');
+    }
+
+    // The same with no printer attached at all: nothing to follow, and the gone printer is
+    // not kept in the device list as a busy one.
+    void aJobWaitingWithNothingAttachedKeepsNoPrinterInTheList()
+    {
+        QVERIFY(installPrinter(QStringLiteral("Label"), label));
+        QVERIFY(sandbox::writeFile(gone, QByteArray()));
+        QVERIFY(startLongJob(QStringLiteral("Label"),
+                             QStringLiteral("Waiting for printer to become available.")));
+        QVERIFY(follow());
+        QCOMPARE(lpadminCalls(), noMove);
+        QCOMPARE(deviceOf(QStringLiteral("Label")), label);
+        QCOMPARE(sandbox::readFile(cache), QByteArray());
     }
 
     // An address the device chose to run a command of its own, were it ever handed to a

@@ -1,5 +1,7 @@
 #include "support/sandbox.h"
 
+#include "common/paths.h"
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -92,6 +94,42 @@ void removePath(const QString &path)
         QDir(path).removeRecursively();
     else
         QFile::remove(path);
+}
+
+bool plantUsbDevice(const QString &folder, const QString &device, const QStringList &interfaces)
+{
+    if (!QDir().mkpath(folder + QLatin1Char('/') + device))
+        return false;
+    for (int i = 0; i < interfaces.size(); ++i) {
+        const QStringList numbers = interfaces.at(i).split(QLatin1Char('/'));
+        if (numbers.size() != 3)
+            return false;
+        const QString interface = QStringLiteral("%1/%2:1.%3/").arg(folder, device).arg(i);
+        if (!writeFile(interface + QStringLiteral("bInterfaceClass"),
+                       numbers.at(0).toLatin1() + '\n') ||
+            !writeFile(interface + QStringLiteral("bInterfaceSubClass"),
+                       numbers.at(1).toLatin1() + '\n') ||
+            !writeFile(interface + QStringLiteral("bInterfaceProtocol"),
+                       numbers.at(2).toLatin1() + '\n'))
+            return false;
+    }
+    return true;
+}
+
+bool putPrintersOnBus(int count)
+{
+    const QString bus = paths::usbDeviceFolder();
+    const QDir folder(bus);
+    if (!folder.exists())
+        return false;
+    for (const QString &name :
+         folder.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot))
+        removePath(bus + QLatin1Char('/') + name);
+    for (int i = 1; i <= count; ++i) {
+        if (!plantUsbDevice(bus, QStringLiteral("1-%1").arg(i), {QStringLiteral("07/01/02")}))
+            return false;
+    }
+    return true;
 }
 
 QString PathEntry::describe() const

@@ -41,6 +41,16 @@ void removePath(const QString &path);
 // The fixture folder (tests/data).
 QString fixtures();
 
+// The sandbox's USB bus: run-in-sandbox gives paths::usbDeviceFolder() a folder of its own,
+// empty at the start, where the helper counts the printers on the bus. plantUsbDevice
+// writes into folder a USB device as the kernel shows it: the device's folder (device,
+// "1-1") and one folder for each of interfaces ("1-1:1.0", "1-1:1.1", ...), each given as
+// its class, subclass and protocol in hexadecimal, "07/01/02" for a bidirectional printer.
+bool plantUsbDevice(const QString &folder, const QString &device, const QStringList &interfaces);
+// Empties the sandbox's USB bus and puts that many bidirectional printers on it ("1-1",
+// "1-2", ...).
+bool putPrintersOnBus(int count);
+
 // What lstat says about a path: the thing at the path itself, never a link's target.
 struct PathEntry
 {
