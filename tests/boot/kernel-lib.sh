@@ -127,16 +127,7 @@ vm_reboot() {
 
 # Waits up to SECONDS for QEMU to end; ends it if it does not.
 vm_wait_exit() {
-    local _
-    for _ in $(seq $(($1 * 10))); do
-        kill -0 "$qemu_pid" 2>/dev/null || break
-        sleep 0.1
-    done
-    if kill -0 "$qemu_pid" 2>/dev/null; then
-        say "the machine did not go down in $1 s; ending QEMU"
-        kill "$qemu_pid" 2>/dev/null || true
-    fi
-    wait "$qemu_pid" 2>/dev/null || true
+    await_end "$qemu_pid" "$1" "the machine did not go down in $1 s; ending QEMU"
     exec 5>&- 6<&-
     qemu_pid=
 }

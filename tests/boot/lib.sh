@@ -152,20 +152,26 @@ boot() {
     state=$(timeout 180 nsenter -t "$ct" -a systemctl is-system-running --wait 2>&1) || true
 }
 
+# await_end PID SECONDS MESSAGE: waits up to SECONDS for the child PID to end; when it
+# does not, says MESSAGE and ends it. Either way it is reaped.
+await_end() {
+    local _
+    for _ in $(seq $(($2 * 10))); do
+        kill -0 "$1" 2>/dev/null || break
+        sleep 0.1
+    done
+    if kill -0 "$1" 2>/dev/null; then
+        say "$3"
+        kill "$1" 2>/dev/null || true
+    fi
+    wait "$1" 2>/dev/null || true
+}
+
 # Powers the booted root off and waits for nspawn to end.
 shutdown_root() {
     [ -n "$nspawn_pid" ] || return 0
     in_ct systemctl poweroff >/dev/null 2>&1 || true
-    local i
-    for i in $(seq 300); do
-        kill -0 "$nspawn_pid" 2>/dev/null || break
-        sleep 0.1
-    done
-    if kill -0 "$nspawn_pid" 2>/dev/null; then
-        say "the root did not power off in 30 s; ending its systemd-nspawn"
-        kill "$nspawn_pid" 2>/dev/null || true
-    fi
-    wait "$nspawn_pid" 2>/dev/null || true
+    await_end "$nspawn_pid" 30 "the root did not power off in 30 s; ending its systemd-nspawn"
     nspawn_pid=
     ct=
 }
