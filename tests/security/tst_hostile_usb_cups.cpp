@@ -20,6 +20,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// Another user's queue for the case, or the case skipped where the scheduler declines
+// to make it for a local user.
+#define MAKE_OTHERS_QUEUE(name, uri)                                                      \
+    do {                                                                                   \
+        QString declined;                                                                  \
+        if (!makeOthersQueue(name, uri, &declined)) {                                      \
+            if (!declined.isEmpty())                                                       \
+                QSKIP(qPrintable(declined));                                               \
+            QFAIL("another user's queue could not be made");                               \
+        }                                                                                  \
+    } while (false)
+
 namespace {
 
 const QString cache = paths::lpinfoCache();
@@ -143,24 +155,6 @@ bool follow()
     return run.status == 0;
 }
 
-// Another local user's queue, made as nobody over the scheduler's socket (IPP
-// CUPS-Create-Local-Printer) with the name and address of their choosing; true when
-// the scheduler has it at that address, what went wrong shown otherwise.
-bool makeOthersQueue(const QString &name, const QString &uri)
-{
-    const sandbox::ProcessRun run = asNobody({QStringLiteral(CREATE_LOCAL_PRINTER), name, uri});
-    if (run.status != 0) {
-        qWarning("%s as nobody: %s", qPrintable(name), qPrintable(run.output));
-        return false;
-    }
-    const QString device = deviceOf(name);
-    if (device != uri) {
-        qWarning("the scheduler has %s at \"%s\"", qPrintable(name), qPrintable(device));
-        return false;
-    }
-    return true;
-}
-
 QList<QStringList> lpadminCalls()
 {
     QList<QStringList> calls;
@@ -206,6 +200,36 @@ private:
     bool installPrinter(const QString &name, const QString &uri)
     {
         return storeRecord(name, uri) && makeQueue(name, uri);
+    }
+
+    // Another local user's queue, made as nobody over the scheduler's socket (IPP
+    // CUPS-Create-Local-Printer) with the name and address of their choosing; true when
+    // the scheduler has it at that address, what went wrong shown otherwise.
+    // Newer schedulers (CUPS 2.4.10 on Debian 13) connect to the address of such a queue
+    // before making it, and answer with the queue they already have at that address: no
+    // local user can make these queues there, nor can root's lpadmin take an address
+    // with a line feed. The device's release (CUPS 2.4.2, Debian 12) makes them. Where
+    // the scheduler declines, *declined says how and the case is skipped.
+    bool makeOthersQueue(const QString &name, const QString &uri, QString *declined)
+    {
+        const sandbox::ProcessRun run =
+            asNobody({QStringLiteral(CREATE_LOCAL_PRINTER), name, uri});
+        const QString device = deviceOf(name);
+        if (run.status == 0 && device == uri)
+            return true;
+        if (run.output.contains(QLatin1String("server-error-device-error")))
+            *declined = run.output.trimmed();
+        else if (run.status == 0 && device.isEmpty())
+            *declined = QStringLiteral("it answered with another queue at that address");
+        if (!declined->isEmpty()) {
+            *declined = QStringLiteral("this scheduler declines a local user's queue at this "
+                                       "address (%1); Debian 12's makes it")
+                            .arg(*declined);
+        } else {
+            qWarning("%s as nobody (status %d, the scheduler has it at \"%s\"): %s",
+                     qPrintable(name), run.status, qPrintable(device), qPrintable(run.output));
+        }
+        return false;
     }
 
     // Starts a job on the queue and waits until the scheduler reports the queue printing
@@ -292,7 +316,7 @@ private slots:
         const QString forged = QStringLiteral("ipp://x.local/a\n"
                                               "device for Office: usb://Acme/Label?serial=1\n"
                                               "device for Ghost: usb://Acme/Label?serial=1");
-        QVERIFY(makeOthersQueue(QStringLiteral("Evil"), forged));
+        MAKE_OTHERS_QUEUE(QStringLiteral("Evil"), forged);
         const sandbox::ProcessRun listing = tool(QStringLiteral("lpstat"), {QStringLiteral("-v")});
         QVERIFY2(listing.output.contains(
                      QLatin1String("\ndevice for Ghost: usb://Acme/Label?serial=1\n")),
@@ -311,7 +335,7 @@ private slots:
         REQUIRE_ATTACKER();
         QVERIFY(installPrinter(QStringLiteral("Label"), label));
         QVERIFY(attach({swapped}));
-        QVERIFY(makeOthersQueue(QStringLiteral("Theirs"), label));
+        MAKE_OTHERS_QUEUE(QStringLiteral("Theirs"), label);
 
         QVERIFY(follow());
         QCOMPARE(lpadminCalls(), onlyMove(QStringLiteral("Label"), swapped));
@@ -325,7 +349,7 @@ private slots:
         REQUIRE_ATTACKER();
         QVERIFY(storeRecord(QStringLiteral("Label"), label));
         QVERIFY(attach({swapped}));
-        QVERIFY(makeOthersQueue(QStringLiteral("Label"), label));
+        MAKE_OTHERS_QUEUE(QStringLiteral("Label"), label);
 
         QVERIFY(follow());
         QCOMPARE(lpadminCalls(), noMove);
