@@ -22,14 +22,14 @@
 
 // Another user's queue for the case, or the case skipped where the scheduler declines
 // to make it for a local user.
-#define MAKE_OTHERS_QUEUE(name, uri)                                                      \
-    do {                                                                                   \
-        QString declined;                                                                  \
-        if (!makeOthersQueue(name, uri, &declined)) {                                      \
-            if (!declined.isEmpty())                                                       \
-                QSKIP(qPrintable(declined));                                               \
-            QFAIL("another user's queue could not be made");                               \
-        }                                                                                  \
+#define MAKE_OTHERS_QUEUE(name, uri)                                                               \
+    do {                                                                                           \
+        QString declined;                                                                          \
+        if (!makeOthersQueue(name, uri, &declined)) {                                              \
+            if (!declined.isEmpty())                                                               \
+                QSKIP(qPrintable(declined));                                                       \
+            QFAIL("another user's queue could not be made");                                       \
+        }                                                                                          \
     } while (false)
 
 namespace {
@@ -212,8 +212,7 @@ private:
     // the scheduler declines, *declined says how and the case is skipped.
     bool makeOthersQueue(const QString &name, const QString &uri, QString *declined)
     {
-        const sandbox::ProcessRun run =
-            asNobody({QStringLiteral(CREATE_LOCAL_PRINTER), name, uri});
+        const sandbox::ProcessRun run = asNobody({QStringLiteral(CREATE_LOCAL_PRINTER), name, uri});
         const QString device = deviceOf(name);
         if (run.status == 0 && device == uri)
             return true;
