@@ -1,6 +1,7 @@
-# Shared by tests/boot/boot-test and bench/boot-cost: a Debian 12 root with systemd and
-# CUPS, booted with systemd-nspawn and driven from outside with nsenter. Source it with
-# $project (the checkout) and $work (a folder of ours under build/) set.
+# Shared by tests/boot/boot-test and bench/boot-cost (and, through kernel-lib.sh, by the
+# QEMU test and its bench): a Debian 12 root with systemd and CUPS, booted with
+# systemd-nspawn and driven from outside with nsenter. Source it with $project (the
+# checkout) and $work (a folder of ours under build/) set.
 
 cache=${PRINTERCONFIG_FRESH_CACHE:-/var/cache/printerconfig-fresh}
 root=$work/root
@@ -14,6 +15,21 @@ skip() { say "SKIPPED: $*"; exit 77; }
 
 step_start=$SECONDS
 step() { say "--- $* (at $((SECONDS - step_start)) s)"; }
+
+# equal GOT WANTED: true when the two are the same, both shown otherwise.
+equal() { [ "$1" = "$2" ] || { printf 'expected: %s\n     got: %s\n' "$2" "$1"; return 1; }; }
+
+# rated_at_most MAX: reads "systemd-analyze security UNIT" and is true when the unit's
+# overall exposure is at most MAX; the exposure found is shown.
+rated_at_most() {
+    awk -v max="$1" '/Overall exposure level for/ { sub(/.*Overall exposure level for [^:]*: /, ""); got = $1 }
+        END { print "exposure " got; exit !(got != "" && got <= max) }'
+}
+
+# For the benches: microseconds in whole milliseconds, and the median of the numbers
+# read, one a line.
+ms() { awk -v us="$1" 'BEGIN { printf "%.0f", us / 1000 }'; }
+median() { sort -n | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2 }'; }
 
 # Why nspawn cannot boot a root on this machine, or nothing.
 cannot_boot() {
